@@ -1,0 +1,36 @@
+#include "common/dsp.h"
+
+#include <pthread.h>
+
+#include "common/cpu.h"
+
+void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
+    fusion_dsp_init_c(&dsp->fusion);
+    chroma_dsp_init_c(&dsp->chroma);
+    tone_dsp_init_c(&dsp->tone);
+    reg_dsp_init_c(&dsp->reg);
+    ghost_dsp_init_c(&dsp->ghost);
+#if HDR_HAVE_NEON
+    if (flags & HDR_CPU_NEON) hdr_dsp_init_neon(dsp);
+#else
+    (void)flags;
+#endif
+}
+
+static HdrDsp g_active;
+static pthread_once_t g_once = PTHREAD_ONCE_INIT;
+
+static void init_active() { hdr_dsp_init(&g_active, hdr_cpu_flags()); }
+
+const HdrDsp *hdr_dsp() {
+    pthread_once(&g_once, init_active);
+    return &g_active;
+}
+
+void hdr_dsp_override(const HdrDsp *table) {
+    pthread_once(&g_once, init_active);
+    if (table)
+        g_active = *table;
+    else
+        init_active();
+}

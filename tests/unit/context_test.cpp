@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+#include <stdint.h>
+
+#include "api/pool.h"
+#include "unit/test_support.h"
+
+namespace {
+
+uintptr_t aligned_start(const void *inner, size_t inner_offset) {
+    return (uintptr_t)inner - inner_offset;
+}
+
+TEST(AlignMalloc, DistanceByteAndAlignment) {
+    for (size_t alignment : {16u, 64u, 128u, 256u}) {
+        for (size_t size : {1u, 63u, 64u, 1000u, 100000u}) {
+            uint8_t *p = (uint8_t *)align_malloc(size, alignment);
+            ASSERT_NE(p, nullptr);
+            EXPECT_EQ((uintptr_t)p % alignment, 0u) << alignment;
+            unsigned d = p[-1] ? p[-1] : 256;
+            EXPECT_GE(d, 1u);
+            EXPECT_LE(d, alignment);
+            p[size - 1] = 1; // the whole size is usable
+            align_free(p);
+        }
+    }
+    align_free(nullptr);
+}
+
+TEST(AlignMalloc, AlreadyAlignedBlockAdvancesByFullAlignment) {
+    alignas(64) static uint8_t raw[256];
+    uint8_t *p = pool_align(raw, 64);
+    EXPECT_EQ(p, raw + 64);
+    EXPECT_EQ(p[-1], 64);
+    EXPECT_EQ(pool_unalign(p), (void *)raw);
+    uint8_t *q = pool_align(raw + 63, 64);
+    EXPECT_EQ(q, raw + 64);
+    EXPECT_EQ(q[-1], 1);
+}
+
+TEST(Context, BufferSizesMatchTheCapacity) {
+    const size_t bitmap_s[6] = {3499008, 936192, 270976, 88128, 34144, 16512};
+    size_t buffers = 0;
+    for (int l = 0; l < 6; ++l) {
+        EXPECT_EQ(pool_bitmap_bytes(l), bitmap_s[l]) << l;
+        buffers += 3 * (pool_bitmap_bytes(l) + 80);
+    }
+    for (int l = 0; l < 11; ++l) buffers += 3 * (pool_weight_bytes(l) + pool_band_bytes(l));
+    for (int k = 0; k < 10; ++k) buffers += 3 * pool_chroma_band_bytes(k);
+    buffers += 3 * (POOL_GAUSS0_BYTES + POOL_GAUSS1_BYTES + 2 * POOL_FRAME16_BYTES);
+    // 429,900,112 in all with a 1208-byte context record (+128 of slack);
+    // the record's size depends on the platform's pthread types.
+    EXPECT_EQ(buffers, 429900112u - (1208u + 128u));
+    EXPECT_EQ(pool_weight_bytes(0), (size_t)3144 * 4160 + 80);
+    EXPECT_EQ(pool_chroma_band_bytes(0), (size_t)1584 * 2080 * 4 + 80); // rows from h + 25
+}
+
+TEST(Context, PointersSitAtTheirGuardOffsets) {
+    HdrContext *ctx = shared_context();
+    for (int f = 0; f < 3; ++f) {
+        for (int l = 0; l < 6; ++l) {
+            const HdrBitmapLevel &lv = ctx->bitmap_pyramid[f][l];
+            EXPECT_EQ((uintptr_t)lv.buffer % 64, 0u);
+            EXPECT_EQ(lv.buffer_bytes, pool_bitmap_bytes(l) + 16);
+        }
+        for (int l = 0; l < 11; ++l) {
+            EXPECT_EQ(aligned_start(ctx->w_gaussian_pyramid[f][l], 16) % 64, 0u);
+            EXPECT_EQ(aligned_start(ctx->img_laplacian_pyramid[f][l].IY, 32) % 64, 0u);
+            if (l < 10)
+                EXPECT_EQ(aligned_start(ctx->img_laplacian_pyramid[f][l].IC, 32) % 64, 0u);
+        }
+        EXPECT_EQ(ctx->img_laplacian_pyramid[f][10].IC, nullptr);
+        EXPECT_EQ(aligned_start(ctx->img_gaussian_pyramid[f][0], 16) % 64, 0u);
+        EXPECT_EQ(aligned_start(ctx->img_gaussian_pyramid[f][1], 16) % 64, 0u);
+        EXPECT_EQ((uintptr_t)ctx->inter_buf[f] % 64, 0u);
+        EXPECT_EQ((uintptr_t)ctx->motion_mask[f] % 64, 0u);
+    }
+}
+
+TEST(Context, CreateAndDestroyRepeatedly) {
+    for (int i = 0; i < 2; ++i) {
+        HdrContext *ctx = nullptr;
+        ASSERT_EQ(hdrCreateContext(&ctx), 0);
+        ASSERT_NE(ctx, nullptr);
+        EXPECT_EQ(ctx->levels, 0);
+        EXPECT_EQ(ctx->input, nullptr);
+        EXPECT_EQ(hdrDestroyContext(ctx), 0);
+    }
+}
+
+} // namespace
