@@ -26,7 +26,7 @@ const char *g_filter;
 uint32_t g_seed;
 uint64_t g_rng;
 
-char g_func[128];
+char g_func[160];
 bool g_func_failed;
 int g_funcs_checked, g_funcs_failed;
 int g_fail_prints;

@@ -65,8 +65,9 @@ TEST(Context, PointersSitAtTheirGuardOffsets) {
         for (int l = 0; l < 11; ++l) {
             EXPECT_EQ(aligned_start(ctx->w_gaussian_pyramid[f][l], 16) % 64, 0u);
             EXPECT_EQ(aligned_start(ctx->img_laplacian_pyramid[f][l].IY, 32) % 64, 0u);
-            if (l < 10)
+            if (l < 10) {
                 EXPECT_EQ(aligned_start(ctx->img_laplacian_pyramid[f][l].IC, 32) % 64, 0u);
+            }
         }
         EXPECT_EQ(ctx->img_laplacian_pyramid[f][10].IC, nullptr);
         EXPECT_EQ(aligned_start(ctx->img_gaussian_pyramid[f][0], 16) % 64, 0u);

@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include "common/cpu.h"
+
 #include "cam_debug_stub.h"
 
 std::vector<DspVariant> dsp_variants() {
