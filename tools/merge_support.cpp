@@ -237,8 +237,8 @@ void make_frames(const Inputs &in, Frames *frames) {
 
 void fill_descriptor(Frames *frames, const uint32_t units[3], HdrInput *desc) {
     memset(desc, 0, sizeof *desc);
-    // The AE slot's exposure[] overlays the frame array's reserved words, so
-    // the planes go in first and the exposures after.
+    // exposure[] shares its words with frame[AE_IDX].reserved, which nothing
+    // else here writes.
     for (int f = 0; f < 3; ++f) {
         desc->frame[f].luma = frames->buf[f]->luma();
         desc->frame[f].chroma = frames->buf[f]->chroma();
