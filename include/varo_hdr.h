@@ -39,6 +39,8 @@ enum { HE_IDX = 0, LE_IDX = 1, AE_IDX = 2 };
 /* Rejected descriptor: null context/descriptor/plane, or a size that is not
  * positive, not even, or beyond the capacity.  Nothing is started or written. */
 #define VARO_HDR_ERR_INVALID (-3)
+/* A worker thread could not be created; nothing was written. */
+#define VARO_HDR_ERR_THREAD (-4)
 
 /* ---------------------------------------------------------------- input -- */
 
@@ -152,6 +154,19 @@ typedef struct HdrContext {
 
 VARO_HDR_API int hdrCreateContext(HdrContext **out);
 VARO_HDR_API int hdrDestroyContext(HdrContext *ctx);
+/*
+ * One merge, synchronous, strictly one call at a time per context.  Writes the
+ * merged picture over frame[HE_IDX] (pitch = width) and the valid rectangle
+ * into out_x..out_height; when the frames cannot be registered, ghosting is too
+ * strong, or the overlap is smaller than 8 x 4, the AE frame is copied there
+ * instead (rectangle 0, 0, width, height).  Returns 0, or VARO_HDR_ERR_INVALID
+ * (nothing started or written) for a null context, descriptor or plane, or a
+ * width/height that is not positive, not even, or beyond the capacity, or
+ * VARO_HDR_ERR_THREAD.  Each frame's planes must stay readable for up to
+ * 126 rows x width + 126 bytes past the end of its luma plane (as they are when
+ * chroma follows luma in one buffer): registered rows are copied at full width
+ * from their crop origin.
+ */
 VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in);
 VARO_HDR_API int hdrAbortProcessing(void);
 

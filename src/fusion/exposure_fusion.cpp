@@ -1,0 +1,51 @@
+// The calling thread's share of the fusion: AE's weights and pyramids, the
+// steps that need all three frames, and the hand-offs that pace the workers.
+#include <stdio.h>
+
+#include "common/log.h"
+#include "pipeline/handoff.h"
+#include "varo_hdr.h"
+
+extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
+    const int32_t W = in->width;
+
+    start_time_6 = hdr_now_ms();
+    handoff_release(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
+    WeightWellExposed(ctx, AE_IDX);
+    handoff_wait2(&ctx->sync_weight, &ctx->sync_weight.le_done, &ctx->sync_weight.he_done,
+                  &ctx->sync_weight.cond_done);
+    HDR_LOG("varo_hdr: WeightWellExposed AE_IDX end\n");
+    end_time_6 = hdr_now_ms();
+    total_time_6 = end_time_6 - start_time_6;
+
+    // Both workers are parked on the pyramid hand-off while all three
+    // level-0 weight maps are rescaled together.
+    WeightNormalize(ctx->w_gaussian_pyramid, ctx->width, ctx->height, ctx->row_stride[0]);
+    HDR_LOG("normalize weighting done!\n");
+
+    handoff_release(&ctx->sync_pyramid, &ctx->sync_pyramid.go, &ctx->sync_pyramid.cond_go);
+    HDR_LOG("varo_hdr: WeightGaussPyramid AE_IDX start\n");
+    WeightGaussPyramid(&ctx->w_gaussian_pyramid[AE_IDX][0], ctx->inter_buf[AE_IDX], ctx->width,
+                       ctx->height, ctx->row_stride, ctx->levels);
+    HDR_LOG("varo_hdr: WeightGaussPyramid AE_IDX end\n");
+    HDR_LOG("varo_hdr: ImageLaplacianPyramid AE_IDX start\n");
+    ImageLaplacianPyramid(ctx, ctx->levels, AE_IDX);
+    HDR_LOG("varo_hdr: ImageLaplacianPyramid AE_IDX end\n");
+    HDR_LOG("varo_hdr: ImageLaplacianPyramidChroma AE_IDX start\n");
+    ImageLaplacianPyramidChroma(ctx, W, ctx->levels >> 1, AE_IDX);
+    HDR_LOG("varo_hdr: ImageLaplacianPyramidChroma AE_IDX end\n");
+    handoff_wait2(&ctx->sync_pyramid, &ctx->sync_pyramid.le_done, &ctx->sync_pyramid.he_done,
+                  &ctx->sync_pyramid.cond_done);
+    HDR_LOG("varo_hdr: AE_IDX end\n");
+
+    // Luma here while thread 0 reconstructs the chroma: disjoint planes.
+    handoff_signal(&ctx->sync_chroma, &ctx->sync_chroma.go, &ctx->sync_chroma.cond_go);
+    ImageReconstruct(ctx, ctx->levels);
+    HDR_LOG("varo_hdr: ImageReconstruct end\n");
+    handoff_wait(&ctx->sync_chroma, &ctx->sync_chroma.done, &ctx->sync_chroma.cond_done);
+
+    puts("ImageNormalize LUMA end");
+    ImageNormalize(ctx, in->frame[HE_IDX].luma, in->frame[HE_IDX].chroma, W);
+    HDR_LOG("varo_hdr: ImageNormalize end\n");
+    return 0;
+}

@@ -1,0 +1,91 @@
+// The two workers of a merge.  Thread 0 carries the LE frame's share and the
+// HE offset search, thread 1 the HE frame's share and the AE bitmaps; they
+// meet the calling thread only through the context's hand-off groups.
+#include "common/log.h"
+#include "pipeline/handoff.h"
+#include "varo_hdr.h"
+
+// Pyramid work of one frame after the normalised weights exist.
+#define BUILD_PYRAMIDS(ctx, f, W, name)                                              \
+    do {                                                                             \
+        HDR_LOG("varo_hdr: WeightGaussPyramid " name " start\n");                    \
+        WeightGaussPyramid(&(ctx)->w_gaussian_pyramid[f][0], (ctx)->inter_buf[f],   \
+                           (ctx)->width, (ctx)->height, (ctx)->row_stride, (ctx)->levels); \
+        HDR_LOG("varo_hdr: WeightGaussPyramid " name " end\n");                      \
+        HDR_LOG("varo_hdr: ImageLaplacianPyramid " name " start\n");                 \
+        ImageLaplacianPyramid(ctx, (ctx)->levels, f);                                \
+        HDR_LOG("varo_hdr: ImageLaplacianPyramid " name " end\n");                   \
+        HDR_LOG("varo_hdr: ImageLaplacianPyramidChroma " name " start\n");           \
+        ImageLaplacianPyramidChroma(ctx, W, (ctx)->levels >> 1, f);                  \
+        HDR_LOG("varo_hdr: ImageLaplacianPyramidChroma " name " end\n");             \
+    } while (0)
+
+extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
+    HdrContext *ctx = (HdrContext *)arg;
+    HdrInput *in = ctx->input;
+    const int32_t W = in->width, H = in->height;
+
+    handoff_wait(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
+    if (ctx->reg_mode != 2)
+        BitmapCalc(in->frame[LE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[LE_IDX][0]);
+    handoff_signal(&ctx->sync_bitmap, &ctx->sync_bitmap.le_done, &ctx->sync_bitmap.cond_done);
+    HDR_LOG("BitmapCalc 0 end\n");
+
+    handoff_wait(&ctx->sync_offset, &ctx->sync_offset.go, &ctx->sync_offset.cond_go);
+    if (ctx->reg_mode == 1) {
+        ctx->he_offset.x = 0;
+        ctx->he_offset.y = 0;
+        ctx->min_err_bits_he = 0;
+    } else {
+        ctx->min_err_bits_he = (int32_t)OffsetCalc(&ctx->bitmap_pyramid[HE_IDX][0],
+                                                   &ctx->bitmap_pyramid[AE_IDX][0], &ctx->he_offset);
+    }
+    const HdrOffset he = ctx->he_offset;
+    handoff_signal(&ctx->sync_offset, &ctx->sync_offset.le_done, &ctx->sync_offset.cond_done);
+    HDR_LOG("OffsetCalc 0 end, %d, %d\n", he.x, he.y);
+
+    if (handoff_wait_motion(ctx, &ctx->sync_motion.le_done)) return nullptr;
+
+    handoff_wait(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
+    WeightWellExposed(ctx, LE_IDX);
+    handoff_signal(&ctx->sync_weight, &ctx->sync_weight.le_done, &ctx->sync_weight.cond_done);
+    HDR_LOG("varo_hdr: WeightWellExposed LE_IDX end\n");
+
+    handoff_wait(&ctx->sync_pyramid, &ctx->sync_pyramid.go, &ctx->sync_pyramid.cond_go);
+    BUILD_PYRAMIDS(ctx, LE_IDX, W, "LE_IDX");
+    handoff_signal(&ctx->sync_pyramid, &ctx->sync_pyramid.le_done, &ctx->sync_pyramid.cond_done);
+    HDR_LOG("varo_hdr: LE_IDX end\n");
+
+    handoff_wait(&ctx->sync_chroma, &ctx->sync_chroma.go, &ctx->sync_chroma.cond_go);
+    ImageReconstructChroma(ctx, ctx->levels >> 1);
+    HDR_LOG("ImageReconstructChroma Chroma end\n");
+    // Last touch of the context: the caller waits for this before it goes on.
+    handoff_signal(&ctx->sync_chroma, &ctx->sync_chroma.done, &ctx->sync_chroma.cond_done);
+    return nullptr;
+}
+
+extern "C" VARO_HDR_API void *FusionThreadFunc1(void *arg) {
+    HdrContext *ctx = (HdrContext *)arg;
+    HdrInput *in = ctx->input;
+    const int32_t W = in->width, H = in->height;
+
+    handoff_wait(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
+    BitmapCalc(in->frame[AE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[AE_IDX][0]);
+    handoff_signal(&ctx->sync_bitmap, &ctx->sync_bitmap.he_done, &ctx->sync_bitmap.cond_done);
+    HDR_LOG("BitmapCalc 1 end\n");
+
+    if (handoff_wait_motion(ctx, &ctx->sync_motion.he_done)) return nullptr;
+
+    handoff_wait(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
+    WeightWellExposed(ctx, HE_IDX);
+    handoff_signal(&ctx->sync_weight, &ctx->sync_weight.he_done, &ctx->sync_weight.cond_done);
+    HDR_LOG("varo_hdr: WeightWellExposed HE_IDX end\n");
+
+    handoff_wait(&ctx->sync_pyramid, &ctx->sync_pyramid.go, &ctx->sync_pyramid.cond_go);
+    BUILD_PYRAMIDS(ctx, HE_IDX, W, "HE_IDX");
+    // Last touch of the context; only the log line below may still run when
+    // the merge returns.
+    handoff_signal(&ctx->sync_pyramid, &ctx->sync_pyramid.he_done, &ctx->sync_pyramid.cond_done);
+    HDR_LOG("varo_hdr: HE_IDX end\n");
+    return nullptr;
+}

@@ -1,0 +1,36 @@
+// Deterministic synthetic three-exposure brackets for tests and benchmarks.
+// Integer arithmetic only, so every target builds the same bytes.
+#pragma once
+#include <stdint.h>
+
+#include <vector>
+
+#include "varo_hdr.h"
+
+// One frame in one buffer: luma, then chroma, then slack that stays readable
+// past the planes (the merge may read up to 126 rows past the luma plane).
+struct TestFrame {
+    int width = 0, height = 0;
+    std::vector<uint8_t> buf;
+    uint8_t *luma() { return buf.data(); }
+    uint8_t *chroma() { return buf.data() + (size_t)width * height; }
+    const uint8_t *luma() const { return buf.data(); }
+    const uint8_t *chroma() const { return buf.data() + (size_t)width * height; }
+};
+
+struct BracketOptions {
+    int he_dx = 0, he_dy = 0; // side frame content shift: side(r, c) = AE(r - dy, c - dx)
+    int le_dx = 0, le_dy = 0;
+    uint32_t seed = 1;
+    bool moving_object = false; // a bright block that moves between frames
+    bool flat = false;          // uniform frames (nothing to register)
+};
+
+// Exposures 1 : 4 : 16 for LE : AE : HE on a square-root camera response.
+struct TestBracket {
+    TestFrame frame[3]; // indexed by HE_IDX, LE_IDX, AE_IDX
+    uint32_t units[3];
+    HdrInput input(); // descriptor pointing at the frames
+};
+
+TestBracket make_bracket(int width, int height, const BracketOptions &opt = BracketOptions());
