@@ -5,8 +5,8 @@
 #include <stdint.h>
 
 // One row of a threshold/exclusion bitmap level.
-// Samples src[c << level] for 0 <= c < width and nothing else (level is the
-// table index, 0..5).  Writes exactly (width + 31) >> 5 word pairs at dst:
+// Samples src[c << level] for 0 <= c < width (level is the table index,
+// 0..5); may read any byte of src[0 .. (width << level) - 1], nothing beyond.  Writes exactly (width + 31) >> 5 word pairs at dst:
 // pair k = {threshold word, exclusion word} of samples 32k .. 32k + 31,
 // sample 32k in bit 31.  Threshold bit: sample > median; exclusion bit:
 // |sample - median| >= tolerance (unsigned 8-bit).  Bits of the last pair
