@@ -39,7 +39,8 @@ LumaFrame textured_frame(int width, int height, uint32_t seed) {
     }
     f.pixels.resize(acc.size());
     for (size_t i = 0; i < acc.size(); ++i) {
-        const float v = 128.0f + acc[i];
+        // Steep tone curve: sharp-edged blobs, far from the median away from edges.
+        const float v = 128.0f + 110.0f * tanhf(acc[i] / 8.0f);
         f.pixels[i] = (uint8_t)(v < 0 ? 0 : v > 255 ? 255 : v);
     }
     return f;

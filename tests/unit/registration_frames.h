@@ -12,8 +12,8 @@ struct LumaFrame {
     uint8_t &at(int x, int y) { return pixels[(size_t)y * width + x]; }
 };
 
-// Smooth random structure at scales from 2 to 128 pixels, so that every
-// bitmap level sees texture.
+// Random blobs with sharp edges at scales from 2 to 128 pixels, so that
+// every bitmap level sees texture.
 LumaFrame textured_frame(int width, int height, uint32_t seed);
 
 // The window of `src` with its top-left corner at (x, y), passed through a
