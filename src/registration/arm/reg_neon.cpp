@@ -1,4 +1,81 @@
-#include "registration/reg_dsp.h"
 #include "common/neon.h"
+#include "registration/reg_dsp.h"
 
-void reg_dsp_init_neon(RegDsp *dsp) { (void)dsp; }
+namespace {
+
+// Scalar tail for a last pair of fewer than 32 samples; same bits as the
+// vector path.
+template <int Level>
+void bitmap_tail(const uint8_t *src, unsigned first, unsigned width, uint8_t median,
+                 uint8_t tolerance, uint32_t *dst) {
+    uint32_t t = 0, e = 0;
+    for (unsigned c = first; c < width; ++c) {
+        const uint8_t p = src[(size_t)c << Level];
+        const uint8_t diff = p > median ? (uint8_t)(p - median) : (uint8_t)(median - p);
+        t |= (uint32_t)(p > median) << (31 - (c - first));
+        e |= (uint32_t)(diff >= tolerance) << (31 - (c - first));
+    }
+    dst[0] = t;
+    dst[1] = e;
+}
+
+// 16 consecutive samples of the level, starting at sample 0 of `src`.
+template <int Level> inline uint8x16_t load16(const uint8_t *src);
+template <> inline uint8x16_t load16<0>(const uint8_t *src) { return vld1q_u8(src); }
+template <> inline uint8x16_t load16<1>(const uint8_t *src) { return vld2q_u8(src).val[0]; }
+template <> inline uint8x16_t load16<2>(const uint8_t *src) { return vld4q_u8(src).val[0]; }
+template <> inline uint8x16_t load16<3>(const uint8_t *src) {
+    // Every fourth byte of each 64, then every second of those.
+    return vuzpq_u8(vld4q_u8(src).val[0], vld4q_u8(src + 64).val[0]).val[0];
+}
+
+// Folds 32 lane masks (0 or 0xFF, sample 0 in lane 0 of t0) into the word
+// pair.  Each lane keeps one bit of weight 128 >> (lane & 7); three pairwise
+// additions of distinct bits sum each group of 8 lanes into one byte b_j
+// (sample 8j in bit 7), which equals (t >> (24 - 8j)) & 255 of the scalar
+// word t = sum over samples c of bit_c << (31 - c).  vrev32 then places b_0
+// in the most significant byte of each 32-bit lane.
+inline void store_pair(uint8x16_t t0, uint8x16_t t1, uint8x16_t e0, uint8x16_t e1,
+                       uint32_t *dst) {
+    static const uint8_t kWeights[16] = {128, 64, 32, 16, 8, 4, 2, 1,
+                                         128, 64, 32, 16, 8, 4, 2, 1};
+    const uint8x16_t w = vld1q_u8(kWeights);
+    t0 = vandq_u8(t0, w);
+    t1 = vandq_u8(t1, w);
+    e0 = vandq_u8(e0, w);
+    e1 = vandq_u8(e1, w);
+    const uint8x8_t t0s = vpadd_u8(vget_low_u8(t0), vget_high_u8(t0));
+    const uint8x8_t t1s = vpadd_u8(vget_low_u8(t1), vget_high_u8(t1));
+    const uint8x8_t e0s = vpadd_u8(vget_low_u8(e0), vget_high_u8(e0));
+    const uint8x8_t e1s = vpadd_u8(vget_low_u8(e1), vget_high_u8(e1));
+    // Lanes: T bytes 0..3, E bytes 0..3.
+    const uint8x8_t bytes = vpadd_u8(vpadd_u8(t0s, t1s), vpadd_u8(e0s, e1s));
+    vst1_u32(dst, vreinterpret_u32_u8(vrev32_u8(bytes)));
+}
+
+template <int Level>
+void bitmap_row_neon(const uint8_t *src, unsigned width, uint8_t median, uint8_t tolerance,
+                     uint32_t *dst) {
+    const uint8x16_t med = vdupq_n_u8(median);
+    const uint8x16_t tol = vdupq_n_u8(tolerance);
+    const unsigned groups = width >> 5;
+    for (unsigned k = 0; k < groups; ++k) {
+        const uint8_t *s = src + ((size_t)(32 * k) << Level);
+        const uint8x16_t p0 = load16<Level>(s);
+        const uint8x16_t p1 = load16<Level>(s + (16 << Level));
+        store_pair(vcgtq_u8(p0, med), vcgtq_u8(p1, med), vcgeq_u8(vabdq_u8(p0, med), tol),
+                   vcgeq_u8(vabdq_u8(p1, med), tol), dst + 2 * k);
+    }
+    if (width & 31) bitmap_tail<Level>(src, 32 * groups, width, median, tolerance, dst + 2 * groups);
+}
+
+} // namespace
+
+// The shifted-row error count keeps its scalar table form: a vcnt version
+// measured no faster under qemu-arm (x1.06 shifted, x0.66 aligned with the map stores).
+void reg_dsp_init_neon(RegDsp *dsp) {
+    dsp->bitmap_row[0] = bitmap_row_neon<0>;
+    dsp->bitmap_row[1] = bitmap_row_neon<1>;
+    dsp->bitmap_row[2] = bitmap_row_neon<2>;
+    dsp->bitmap_row[3] = bitmap_row_neon<3>;
+}

@@ -1,0 +1,244 @@
+// MotionMask rules and veto; ImgMaskCalcAL extents; the response tables.
+#include <gtest/gtest.h>
+#include <math.h>
+#include <string.h>
+
+#include <vector>
+
+#include "unit/test_support.h"
+
+namespace {
+
+struct Px {
+    uint8_t h, l, a;          // HE, LE, AE input values
+    uint8_t mh, ml, ma;       // expected masks
+    uint8_t h2, l2, a2;       // expected level-0 values afterwards
+};
+struct ExposureCase {
+    const char *what;
+    float he_scale, le_scale, ae_scale; // exposure = units x scale
+    uint32_t he_units, le_units, ae_units;
+    int le_flag, he_flag;
+    std::vector<Px> px;
+};
+
+struct Frames {
+    std::vector<uint8_t> luma[3];
+};
+
+// Lays the inputs out as one row per frame and runs MotionMask on the shared context.
+int run(const float scale[3], const uint32_t units[3], int le_flag, int he_flag, Frames &f,
+        int width, int height, HdrInput *in_out = nullptr) {
+    HdrContext *ctx = shared_context();
+    HdrInput in;
+    memset(&in, 0, sizeof in);
+    in.width = width;
+    in.height = height;
+    for (int i = 0; i < 3; ++i) {
+        in.exposure[i].exposure_scale = scale[i];
+        in.exposure[i].exposure_units = units[i];
+        ctx->aligned[i].luma = f.luma[i].data();
+        memset(ctx->motion_mask[i], 1, (size_t)width * height);
+    }
+    ctx->width = width;
+    ctx->height = height;
+    ctx->row_stride[0] = (width + 10) & ~7;
+    ctx->le_flag = le_flag;
+    ctx->he_flag = he_flag;
+    if (in_out) *in_out = in;
+    return MotionMask(ctx, &in);
+}
+
+TEST(MotionMask, RulesInOrderForEveryExposureCase) {
+    const float nan = NAN;
+    // Predictions used below (AE->LE: inv_csf[trunc(r x csf[a] + 5)];
+    // HE->AE: inv_csf[trunc(csf[h] / r + 5)]):
+    //   r 0.25: a 230 -> 132, 221 -> 123, 219 -> 122 (231 ties 229/233, larger wins)
+    //   r 0.5:  a 128 -> 86, 250 -> 206;  r 1: a 128 -> 129;  r 2: a 50 -> 96
+    //   HE r 4: h 200 -> 104, 220 -> 122, 230 -> 132, 240 -> 142, 245 -> 148
+    //   HE r 1.5: h 0 -> 0, 128 -> 104;  HE r 0.5: h 128 -> 178
+    const std::vector<ExposureCase> setups = {
+        {"LE r 0.25", 1, 1, 1, 16000, 1000, 4000, 1, 0,
+         {{9, 132, 230, 1, 1, 1, 9, 132, 230},    // exact prediction
+          {9, 100, 230, 1, 0, 1, 9, 132, 230},    // dark LE under bright AE: replaced
+          {9, 100, 221, 1, 0, 1, 9, 123, 221},
+          {9, 10, 220, 1, 1, 1, 9, 10, 220},      // 220: neither rule
+          {9, 200, 219, 1, 0, 1, 9, 200, 219},    // dropped, not replaced
+          {9, 122, 219, 1, 1, 1, 9, 122, 219},
+          {9, 200, 230, 1, 1, 1, 9, 200, 230},    // LE above 127: kept
+          {9, 0, 100, 1, 0, 1, 9, 0, 100}}},      // LE 0: r infinite
+        {"LE r 0.5, HE r 2", 1, 1, 1, 8000, 2000, 4000, 1, 0,
+         {{9, 86, 128, 1, 1, 1, 9, 86, 128}, // exact: kept
+          {9, 87, 128, 1, 0, 255, 9, 87, 128},
+          {9, 100, 128, 1, 0, 255, 9, 100, 128}}},
+        {"LE r 1: threshold 0", 1, 1, 1, 8000, 4000, 4000, 1, 0,
+         {{9, 129, 128, 1, 1, 1, 9, 129, 128}, {9, 130, 128, 1, 0, 255, 9, 130, 128}}},
+        {"LE r 2: negative threshold", 1, 1, 1, 8000, 8000, 4000, 1, 0,
+         {{9, 96, 50, 1, 0, 255, 9, 96, 50}}},
+        {"LE r 0.5, HE r 4", 1, 1, 1, 16000, 2000, 4000, 1, 0,
+         {{9, 200, 128, 1, 0, 1, 9, 200, 128},    // AE darker than LE
+          {9, 50, 128, 1, 0, 1, 9, 86, 128},
+          {9, 86, 128, 1, 1, 1, 9, 86, 128},
+          {9, 192, 250, 1, 1, 1, 9, 192, 250},
+          {9, 191, 250, 1, 0, 1, 9, 206, 250}}},
+        {"HE r 4", 1, 1, 1, 16000, 2000, 4000, 0, 1,
+         {{200, 50, 104, 1, 1, 1, 200, 50, 104},
+          {200, 50, 150, 1, 0, 0, 200, 50, 104},
+          {200, 201, 104, 1, 0, 1, 200, 201, 104}, // LE brighter than HE
+          {230, 50, 100, 1, 0, 0, 230, 50, 132},
+          {230, 50, 128, 1, 1, 1, 230, 50, 128},
+          {245, 200, 100, 1, 1, 0, 245, 200, 148}, // dropped then re-admitted
+          {245, 250, 148, 1, 1, 1, 245, 250, 148},
+          {240, 250, 142, 1, 0, 1, 240, 250, 142}, // 240: no re-admission
+          {220, 10, 122, 1, 1, 1, 220, 10, 122},
+          {220, 10, 130, 1, 0, 0, 220, 10, 122}}},
+        {"both, LE replaced then re-admitted", 1, 1, 1, 16000, 2000, 4000, 1, 1,
+         {{245, 100, 250, 1, 1, 1, 245, 206, 250}}},
+        {"HE r 1.5", 1, 1, 1, 6000, 2000, 4000, 0, 1,
+         {{0, 9, 0, 1, 1, 1, 0, 9, 0},             // 0 / 0: NaN, nothing
+          {0, 9, 5, 0, 1, 255, 0, 9, 5},           // 5 / 0: infinite
+          {128, 9, 104, 1, 1, 1, 128, 9, 104},
+          {128, 9, 105, 0, 1, 255, 128, 9, 105}}},
+        {"HE r 0.5: negative threshold", 1, 1, 1, 2000, 2000, 4000, 0, 1,
+         {{128, 9, 178, 0, 1, 255, 128, 9, 178}}},
+        {"HE ratio NaN", nan, 1, 1, 16000, 2000, 4000, 1, 1,
+         {{200, 50, 128, 1, 1, 1, 200, 50, 128}}},
+        // AE exposure 0: both ratios infinite; AE->LE predicts 255, HE->AE 0.
+        {"AE exposure 0", 1, 1, 0, 16000, 2000, 4000, 1, 1,
+         {{100, 50, 128, 1, 0, 0, 100, 255, 0}}},
+    };
+    for (const ExposureCase &s : setups) {
+        const int n = (int)s.px.size();
+        Frames f;
+        for (int i = 0; i < 3; ++i) f.luma[i].resize(n);
+        for (int x = 0; x < n; ++x) {
+            f.luma[HE_IDX][x] = s.px[x].h;
+            f.luma[LE_IDX][x] = s.px[x].l;
+            f.luma[AE_IDX][x] = s.px[x].a;
+        }
+        const float scale[3] = {s.he_scale, s.le_scale, s.ae_scale};
+        const uint32_t units[3] = {s.he_units, s.le_units, s.ae_units};
+        EXPECT_EQ(run(scale, units, s.le_flag, s.he_flag, f, n, 1), 0) << s.what;
+        HdrContext *ctx = shared_context();
+        for (int x = 0; x < n; ++x) {
+            const Px &p = s.px[x];
+            SCOPED_TRACE(testing::Message() << s.what << ", pixel " << x << " (h " << (int)p.h
+                                            << ", l " << (int)p.l << ", a " << (int)p.a << ")");
+            EXPECT_EQ(ctx->motion_mask[HE_IDX][x], p.mh);
+            EXPECT_EQ(ctx->motion_mask[LE_IDX][x], p.ml);
+            EXPECT_EQ(ctx->motion_mask[AE_IDX][x], p.ma);
+            EXPECT_EQ(ctx->img_gaussian_pyramid[HE_IDX][0][x], p.h2);
+            EXPECT_EQ(ctx->img_gaussian_pyramid[LE_IDX][0][x], p.l2);
+            EXPECT_EQ(ctx->img_gaussian_pyramid[AE_IDX][0][x], p.a2);
+        }
+        EXPECT_EQ(f.luma[AE_IDX][0], s.px[0].a) << "inputs are never written";
+    }
+}
+
+TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
+    const int w = 1000, h = 841;
+    const float scale[3] = {1, 1, 1};
+    const uint32_t units[3] = {16000, 2000, 4000}; // HE ratio 4
+    for (int counted : {840000, 840001}) {
+        Frames f;
+        // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104).
+        f.luma[HE_IDX].assign((size_t)w * h, 200);
+        f.luma[LE_IDX].assign((size_t)w * h, 50);
+        f.luma[AE_IDX].assign((size_t)w * h, 104);
+        for (int i = 0; i < counted; ++i) {
+            f.luma[HE_IDX][i] = 230;
+            f.luma[AE_IDX][i] = 100;
+        }
+        EXPECT_EQ(run(scale, units, 0, 1, f, w, h), counted > 840000 ? 1 : 0) << counted;
+    }
+}
+
+TEST(MotionMask, WithoutFlagsOnlyCopiesTheOverlap) {
+    const int w = 37, h = 5, in_w = 45;
+    HdrContext *ctx = shared_context();
+    Frames f;
+    for (int i = 0; i < 3; ++i) {
+        f.luma[i].resize((size_t)in_w * h);
+        for (size_t k = 0; k < f.luma[i].size(); ++k) f.luma[i][k] = (uint8_t)(k * 7 + i * 50);
+        memset(ctx->img_gaussian_pyramid[i][0], 0xEE, 64 * 8);
+    }
+    const float scale[3] = {1, 1, 1};
+    const uint32_t units[3] = {16000, 1000, 4000};
+    // Input pitch is the input width, wider than the overlap.
+    HdrInput in;
+    run(scale, units, 0, 0, f, w, h, &in);
+    in.width = in_w;
+    EXPECT_EQ(MotionMask(ctx, &in), 0);
+    const int pitch = ctx->row_stride[0];
+    EXPECT_EQ(pitch, 40);
+    for (int i = 0; i < 3; ++i)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < pitch; ++x) {
+                const uint8_t got = ctx->img_gaussian_pyramid[i][0][y * pitch + x];
+                const uint8_t want = x < w ? f.luma[i][(size_t)y * in_w + x] : 0xEE;
+                ASSERT_EQ(got, want) << "frame " << i << " (" << x << ", " << y << ")";
+            }
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < w * h; ++k) ASSERT_EQ(ctx->motion_mask[i][k], 1);
+}
+
+TEST(MotionMask, LogsTheExposureRatios) {
+    Frames f;
+    for (int i = 0; i < 3; ++i) f.luma[i].assign(8, 100);
+    const float scale[3] = {1, 1, 1};
+    const uint32_t units[3] = {16000, 1000, 4000};
+    LogCapture log;
+    run(scale, units, 0, 0, f, 8, 1);
+    EXPECT_TRUE(log.contains("ET_scale_ae2le: 0.250000, ET_scale_ae2he: 4.000000"));
+    bool labelled = false;
+    for (const LoggedLine &l : log.lines()) labelled = labelled || l.func == "MotionMask";
+    EXPECT_TRUE(labelled);
+}
+
+TEST(ResponseTables, EdgesOfTheInverse) {
+    for (int v = 0; v <= 18; ++v) EXPECT_EQ(inv_csf_tab[v], 0) << v;
+    EXPECT_EQ(inv_csf_tab[19], 1);
+    EXPECT_EQ(inv_csf_tab[28], 10);
+    EXPECT_EQ(inv_csf_tab[29], 11); // 28 and 30 equally near: the larger wins
+    EXPECT_EQ(inv_csf_tab[1608], 254);
+    for (int v = 1609; v <= 1623; ++v) EXPECT_EQ(inv_csf_tab[v], 255) << v;
+    EXPECT_EQ(csf_tab[0], 18);
+    EXPECT_EQ(csf_tab[128], 256);
+    EXPECT_EQ(csf_tab[255], 1623);
+    for (int i = 0; i < 256; ++i) EXPECT_EQ(inv_csf_tab[csf_tab[i]], i) << "round trip " << i;
+}
+
+TEST(ImgMaskCalcAL, ColumnsInChunksRowsInPairs) {
+    struct Case {
+        int w, h, threshold;
+    };
+    // 20: 16 + 4 columns; 22: 20 written, 2 left; 7: 4 written; 3: none.
+    // Odd heights also write row h.  Only the threshold's low byte counts.
+    const Case cases[] = {{20, 4, 100}, {22, 3, 100}, {7, 1, 356}, {3, 2, 0},
+                          {45, 5, 0},   {30, 2, 255}, {16, 0, 1}};
+    HdrContext *ctx = shared_context();
+    for (const DspVariant &v : dsp_variants()) {
+        ScopedDsp use(v.table);
+        for (const Case &c : cases) {
+            const int stride = c.w + 5;
+            std::vector<uint8_t> src((size_t)stride * (c.h + 2));
+            for (size_t k = 0; k < src.size(); ++k) src[k] = (uint8_t)(k * 37 + 11);
+            std::vector<uint8_t> mask((size_t)c.w * (c.h + 2), 0x77);
+            ctx->width = c.w;
+            ctx->height = c.h;
+            ctx->aligned[AE_IDX].luma = src.data();
+            ImgMaskCalcAL(ctx, mask.data(), stride, c.threshold);
+            const int rows_written = c.h < 1 ? 0 : (c.h + 1) & ~1;
+            for (int y = 0; y < c.h + 2; ++y)
+                for (int x = 0; x < c.w; ++x) {
+                    const uint8_t s = src[(size_t)y * stride + x];
+                    const bool written = y < rows_written && x < (c.w & ~3);
+                    const uint8_t want = written ? (s >= (c.threshold & 255) ? 255 : 0) : 0x77;
+                    ASSERT_EQ(mask[(size_t)y * c.w + x], want)
+                        << v.name << " w " << c.w << " h " << c.h << " at (" << x << ", " << y << ")";
+                }
+        }
+    }
+}
+
+} // namespace
