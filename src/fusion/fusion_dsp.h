@@ -52,9 +52,10 @@ typedef void (*reduce_v_fn)(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *
 // q[w] = q[w-1]; for k = 0 .. ceil16(w) - 1: d[2k] = q[k-1] + 6 q[k] +
 // q[k+1], d[2k+1] = 4 q[k] + 4 q[k+1]; then, when dst_w is odd,
 // d[dst_w-1] = 7 q[w-1].  Reads q[-1] .. q[ceil16(w)]; row pitch in dst is
-// ceil8(dst_w), so each row writes 2 ceil16(w) elements and may spill up to
-// 31 elements into the following rows' place (overwritten by them; the last
-// row's spill stays).
+// ceil8(dst_w), so each row writes 2 ceil16(w) elements (and d[dst_w-1],
+// one past them when w is a multiple of 16) and may spill up to 31 elements
+// into the following rows' place (overwritten by them; the last row's spill
+// stays).
 typedef void (*image_expand_h_fn)(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w,
                                   int h, int dst_w);
 
@@ -82,8 +83,8 @@ typedef void (*band_blend_fn)(int16_t *b0, const int16_t *b1, const int16_t *b2,
 // place q[-1] = q[0], q[w] = q[w-1]; for k = 0 .. ceil8(w) - 1:
 // d[2k] = q[k-1] + 6 q[k] + q[k+1], d[2k+1] = 4 q[k] + 4 q[k+1]; then, when
 // dst_w is odd, d[dst_w-1] = 7 q[w-1].  Reads q[-1] .. q[ceil8(w)]; dst
-// pitch ceil8(dst_w), each row writes 2 ceil8(w) elements (spills as above,
-// at most 15 elements).
+// pitch ceil8(dst_w), each row writes 2 ceil8(w) elements and d[dst_w-1]
+// (spills as above, at most 15 elements).
 typedef void (*collapse_expand_h_fn)(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w,
                                      int h, int dst_w);
 
