@@ -223,6 +223,12 @@ TEST(FusionLuma, WeightPyramidConstantAndCorner) {
         EXPECT_EQ(l1[1], (54 * 255 + 2048) >> 12) << v.name;
         EXPECT_EQ(l1[ctx->row_stride[1]], (54 * 255 + 2048) >> 12) << v.name;
         EXPECT_EQ(l1[ctx->row_stride[1] + 1], (255 + 2048) >> 12) << v.name;
+        // The right border mirrors about the last pixel: column w-2 also
+        // stands in for column w, so it counts 54 + 1 times across.
+        memset(ctx->w_gaussian_pyramid[0][0], 0, (size_t)ctx->row_stride[0] * h);
+        ctx->w_gaussian_pyramid[0][0][w - 2] = 255;
+        WeightGaussPyramid(ctx->w_gaussian_pyramid[0], ctx->inter_buf[0], w, h, ctx->row_stride, 2);
+        EXPECT_EQ(l1[w / 2 - 1], (54 * 55 * 255 + 2048) >> 12) << v.name;
     }
 }
 
