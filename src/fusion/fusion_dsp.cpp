@@ -1,3 +1,16 @@
 #include "fusion/fusion_dsp.h"
 
-void fusion_dsp_init_c(FusionDsp *dsp) { (void)dsp; }
+void fusion_dsp_init_c(FusionDsp *dsp) {
+    dsp->weight_well_exposed = weight_well_exposed_c;
+    dsp->weight_normalize = weight_normalize_c;
+    dsp->weight_reduce_h = weight_reduce_h_c;
+    dsp->weight_reduce_v = weight_reduce_v_c;
+    dsp->image_reduce_h = image_reduce_h_c;
+    dsp->image_reduce_v = image_reduce_v_c;
+    dsp->image_expand_h = image_expand_h_c;
+    dsp->image_band_v = image_band_v_c;
+    dsp->residual_copy = residual_copy_c;
+    dsp->band_blend = band_blend_c;
+    dsp->collapse_expand_h = collapse_expand_h_c;
+    dsp->collapse_add_v = collapse_add_v_c;
+}

@@ -1,4 +1,7 @@
-#include "fusion/fusion_dsp.h"
-#include "common/neon.h"
+#include "fusion/arm/fusion_neon.h"
 
-void fusion_dsp_init_neon(FusionDsp *dsp) { (void)dsp; }
+void fusion_dsp_init_neon(FusionDsp *dsp) {
+    fusion_dsp_init_weight_neon(dsp);
+    fusion_dsp_init_laplacian_neon(dsp);
+    fusion_dsp_init_reconstruct_neon(dsp);
+}

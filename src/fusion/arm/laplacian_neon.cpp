@@ -1,0 +1,91 @@
+// NEON kernels of the luma Laplacian pyramid.
+#include "common/arith.h"
+#include "common/neon.h"
+#include "fusion/arm/expand_rows_neon.h"
+#include "fusion/arm/fusion_neon.h"
+#include "fusion/arm/reduce_neon.h"
+#include "fusion/pyramid_rows.h"
+
+namespace {
+
+// All sums fit 16 bits (at most 65280), and the rounding narrow forms
+// (s + 128) >> 8 without losing the carry, as the scalar int arithmetic does.
+void image_reduce_v_neon(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w,
+                         int out_h) {
+    const ptrdiff_t s = out_w;
+    for (int x = 0; x < out_w; x += 8) {
+        uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
+        uint16x8_t sum = vmulq_n_u16(t0, 6);                // 6 t0
+        sum = vaddq_u16(sum, vshlq_n_u16(t1, 3));           // + 8 t1
+        sum = vaddq_u16(sum, vshlq_n_u16(t2, 1));           // + 2 t2
+        vst1_u8(dst + x, vrshrn_n_u16(sum, 8));
+    }
+    for (int k = 1; k < out_h; ++k) {
+        const uint16_t *c = t + 2 * k * s;
+        uint8_t *d = dst + k * dst_stride;
+        const bool bottom = k == out_h - 1;
+        const uint16_t cw = bottom ? 7 : 6;
+        for (int x = 0; x < out_w; x += 8) {
+            uint16x8_t m2 = vld1q_u16(c - 2 * s + x), m1 = vld1q_u16(c - s + x);
+            uint16x8_t c0 = vld1q_u16(c + x), p1 = vld1q_u16(c + s + x);
+            // Bottom row: t[2k] stands in for t[2k+2], i.e. 7 t[2k].
+            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(c + 2 * s + x);
+            uint16x8_t sum = vaddq_u16(m2, p2);
+            sum = vaddq_u16(sum, vshlq_n_u16(vaddq_u16(m1, p1), 2));
+            sum = vmlaq_n_u16(sum, c0, cw);
+            vst1_u8(d + x, vrshrn_n_u16(sum, 8));
+        }
+    }
+}
+
+// 16 source pixels give 16 even and 16 odd outputs, interleaved by vst2.
+void image_expand_h_neon(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h,
+                         int dst_w) {
+    const int n = (int)ceil16((unsigned)w);
+    const ptrdiff_t pitch = ceil8((unsigned)dst_w);
+    const uint8x8_t six = vdup_n_u8(6);
+    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
+        uint8_t *q = src;
+        pad_repeat(q, w);
+        for (int k = 0; k < n; k += 16) {
+            uint8x16_t a = vld1q_u8(q + k - 1), b = vld1q_u8(q + k), c = vld1q_u8(q + k + 1);
+            uint16x8x2_t lo, hi;
+            lo.val[0] = vmlal_u8(vaddl_u8(vget_low_u8(a), vget_low_u8(c)), vget_low_u8(b), six);
+            lo.val[1] = vshlq_n_u16(vaddl_u8(vget_low_u8(b), vget_low_u8(c)), 2);
+            hi.val[0] = vmlal_u8(vaddl_u8(vget_high_u8(a), vget_high_u8(c)), vget_high_u8(b), six);
+            hi.val[1] = vshlq_n_u16(vaddl_u8(vget_high_u8(b), vget_high_u8(c)), 2);
+            vst2q_u16(dst + 2 * k, lo);
+            vst2q_u16(dst + 2 * k + 16, hi);
+        }
+        if (dst_w & 1) dst[dst_w - 1] = (uint16_t)(7 * q[w - 1]);
+    }
+}
+
+void image_band_v_neon(int16_t *band, ptrdiff_t band_stride, const uint8_t *g, ptrdiff_t g_stride,
+                       const uint16_t *hs, int w, int h) {
+    expand_rows_neon(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, uint16x8_t e) {
+        // E <= 16320: the unsigned rounding shift is exact, and g - e wraps to
+        // the signed difference.
+        uint16x8_t gv = vmovl_u8(vld1_u8(g + y * g_stride + x));
+        vst1q_s16(band + y * band_stride + x, vreinterpretq_s16_u16(vsubq_u16(gv, vrshrq_n_u16(e, 6))));
+    });
+}
+
+void residual_copy_neon(int16_t *dst, const uint8_t *src, ptrdiff_t stride, int w, int h) {
+    for (int y = 0; y < h; ++y, src += stride, dst += stride) {
+        int x = 0;
+        for (; x + 8 <= w; x += 8)
+            vst1q_s16(dst + x, vreinterpretq_s16_u16(vmovl_u8(vld1_u8(src + x))));
+        for (; x < w; ++x) dst[x] = src[x];
+    }
+}
+
+} // namespace
+
+void fusion_dsp_init_laplacian_neon(FusionDsp *dsp) {
+    dsp->image_reduce_h = reduce_h_neon<6>;
+    dsp->image_reduce_v = image_reduce_v_neon;
+    dsp->image_expand_h = image_expand_h_neon;
+    dsp->image_band_v = image_band_v_neon;
+    dsp->residual_copy = residual_copy_neon;
+}

@@ -1,0 +1,69 @@
+// Luma reconstruction: blend the three frames' Laplacian pyramids with their
+// weight pyramids into frame 0's, then collapse it from the coarsest level.
+#include "common/arith.h"
+#include "common/dsp.h"
+#include "fusion/pyramid_rows.h"
+#include "varo_hdr.h"
+
+void band_blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t bstride,
+                  const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t wstride, int w8,
+                  int h) {
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w8; ++x) {
+            int32_t a = w0[x] * b0[x] + w1[x] * b1[x] + w2[x] * b2[x];
+            b0[x] = (int16_t)(uint16_t)((a + 128) >> 8);
+        }
+        b0 += bstride;
+        b1 += bstride;
+        b2 += bstride;
+        w0 += wstride;
+        w1 += wstride;
+        w2 += wstride;
+    }
+}
+
+// 16-bit wrap-around: the collapsed levels stay within -512 .. 511, so
+// nothing is lost in the sums the expand forms.
+static inline int16_t wrap16(int v) { return (int16_t)(uint16_t)v; }
+
+void collapse_expand_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w, int h, int dst_w) {
+    const int n = (int)ceil8((unsigned)w);
+    const ptrdiff_t pitch = ceil8((unsigned)dst_w);
+    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
+        int16_t *q = src;
+        pad_repeat(q, w);
+        for (int k = 0; k < n; ++k) {
+            dst[2 * k] = wrap16(q[k - 1] + 6 * q[k] + q[k + 1]);
+            dst[2 * k + 1] = wrap16(4 * q[k] + 4 * q[k + 1]);
+        }
+        if (dst_w & 1) dst[dst_w - 1] = wrap16(7 * q[w - 1]);
+    }
+}
+
+void collapse_add_v_c(int16_t *l, ptrdiff_t l_stride, const int16_t *hs, int w, int h) {
+    expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
+        int16_t *d = &l[y * l_stride + x];
+        *d = wrap16(*d + ((wrap16(e) + 32) >> 6));
+    });
+}
+
+extern "C" VARO_HDR_API void ImageReconstruct(HdrContext *ctx, int32_t level_count) {
+    if (level_count <= 0) return;
+    const FusionDsp &dsp = hdr_dsp()->fusion;
+    HdrLaplacianLevel(*lap)[VARO_HDR_MAX_LEVELS] = ctx->img_laplacian_pyramid;
+    for (int l = 0; l < level_count; ++l) {
+        const int w = ctx->width >> l, h = ctx->height >> l;
+
+        dsp.band_blend(lap[HE_IDX][l].IY, lap[LE_IDX][l].IY, lap[AE_IDX][l].IY, ctx->row_stride[l],
+                       ctx->w_gaussian_pyramid[HE_IDX][l], ctx->w_gaussian_pyramid[LE_IDX][l],
+                       ctx->w_gaussian_pyramid[AE_IDX][l], ctx->row_stride[l],
+                       (int)ceil8((unsigned)w), h);
+
+    }
+    int16_t *scratch = ctx->inter_buf[HE_IDX];
+    for (int l = level_count - 2; l >= 0; --l) {
+        const int w = ctx->width >> l, h = ctx->height >> l;
+        dsp.collapse_expand_h(scratch, lap[HE_IDX][l + 1].IY, ctx->row_stride[l + 1], w >> 1, h >> 1, w);
+        dsp.collapse_add_v(lap[HE_IDX][l].IY, ctx->row_stride[l], scratch, w, h);
+    }
+}

@@ -1,0 +1,45 @@
+// Normalisation of the three full-resolution weight maps so that they sum to
+// about 256 at every pixel, through a reciprocal table.
+#include "common/arith.h"
+#include "common/dsp.h"
+#include "varo_hdr.h"
+
+namespace {
+// 0 and 1 share 65535: the 16-bit range has no 65536, and with s <= 1 every
+// weight is 0 or the lone 1, which the saturation then lifts to 255.
+constexpr uint16_t reciprocal(int s) { return s < 2 ? 65535 : (uint16_t)(65536 / s); }
+} // namespace
+
+#define WI4(i) reciprocal(i), reciprocal((i) + 1), reciprocal((i) + 2), reciprocal((i) + 3)
+#define WI16(i) WI4(i), WI4((i) + 4), WI4((i) + 8), WI4((i) + 12)
+#define WI64(i) WI16(i), WI16((i) + 16), WI16((i) + 32), WI16((i) + 48)
+#define WI256(i) WI64(i), WI64((i) + 64), WI64((i) + 128), WI64((i) + 192)
+extern "C" VARO_HDR_API const uint16_t weight_int_tab[768] = {WI256(0), WI256(256), WI256(512)};
+#undef WI4
+#undef WI16
+#undef WI64
+#undef WI256
+
+void weight_normalize_c(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride, int width,
+                        int height) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        for (int x = 0; x < n; ++x) {
+            uint32_t q = weight_int_tab[w0[x] + w1[x] + w2[x]];
+            w0[x] = min_u8((uint16_t)((w0[x] * q + 128) >> 8));
+            w1[x] = min_u8((uint16_t)((w1[x] * q + 128) >> 8));
+            w2[x] = min_u8((uint16_t)((w2[x] * q + 128) >> 8));
+        }
+        w0 += next;
+        w1 += next;
+        w2 += next;
+    }
+}
+
+extern "C" VARO_HDR_API void WeightNormalize(uint8_t *const weight_maps[3][VARO_HDR_MAX_LEVELS],
+                                             int32_t width, int32_t height, int32_t stride) {
+    if (height < 1) return;
+    hdr_dsp()->fusion.weight_normalize(weight_maps[HE_IDX][0], weight_maps[LE_IDX][0],
+                                       weight_maps[AE_IDX][0], stride, width, height);
+}
