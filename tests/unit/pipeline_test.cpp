@@ -145,17 +145,23 @@ bool emulated() {
 #endif
 }
 
+BracketOptions shifted(bool moving = false) {
+    BracketOptions o;
+    o.he_dx = 3, o.he_dy = -2, o.le_dx = -5, o.le_dy = 4;
+    o.moving_object = moving;
+    return o;
+}
+
 TEST(Merge, ThreadedMergeIsDeterministicAndEqualsOneThreadRun) {
     struct Case {
         int w, h;
         BracketOptions opt;
+        bool ghost_stage; // registration error high enough for the motion mask
+    } cases[] = {
+        {256, 192, BracketOptions(), false},
+        {328, 200, shifted(), false}, // 328 >> 2 = 82: the chroma blend's row overflow case
+        {400, 304, shifted(true), true},
     };
-    Case cases[3];
-    cases[0] = {256, 192, {}};
-    cases[1] = {328, 200, {}}; // 328 >> 2 = 82: the chroma blend's row overflow case
-    cases[1].opt.he_dx = 3, cases[1].opt.he_dy = -2, cases[1].opt.le_dx = -5, cases[1].opt.le_dy = 4;
-    cases[2] = {400, 304, {}};
-    cases[2].opt.moving_object = true, cases[2].opt.le_dx = 2, cases[2].opt.seed = 9;
     HdrContext *ctx = shared_context();
     for (const DspVariant &v : dsp_variants()) {
         ScopedDsp use(v.table);
@@ -164,6 +170,13 @@ TEST(Merge, ThreadedMergeIsDeterministicAndEqualsOneThreadRun) {
             const std::string what = v.name + " " + std::to_string(c.w) + "x" + std::to_string(c.h);
             MergeResult single = merge_single_threaded(ctx, b);
             ASSERT_EQ(single.rc, 0) << what;
+            // The planted shifts are found and the frames really are fused.
+            EXPECT_EQ(single.he.x, c.opt.he_dx) << what;
+            EXPECT_EQ(single.he.y, c.opt.he_dy) << what;
+            EXPECT_EQ(single.le.x, c.opt.le_dx) << what;
+            EXPECT_EQ(single.le.y, c.opt.le_dy) << what;
+            EXPECT_EQ(single.rect[2], (c.w - std::max(c.opt.he_dx, 0) - std::max(-c.opt.le_dx, 0)) & ~7) << what;
+            EXPECT_EQ(ctx->le_flag || ctx->he_flag, c.ghost_stage) << what;
             const int runs = emulated() ? 10 : 100;
             for (int i = 0; i < runs; ++i) {
                 MergeResult r = merge(ctx, b);
@@ -175,12 +188,10 @@ TEST(Merge, ThreadedMergeIsDeterministicAndEqualsOneThreadRun) {
 }
 
 TEST(Merge, SequentialMergesOfDifferentSizesMatchFreshContexts) {
-    const int sizes[][2] = {{320, 240}, {168, 120}, {400, 256}, {320, 240}};
+    const int sizes[][2] = {{328, 200}, {256, 192}, {400, 304}, {328, 200}};
     HdrContext *shared = shared_context();
     for (const auto &s : sizes) {
-        BracketOptions o;
-        o.seed = (uint32_t)s[0];
-        o.he_dx = 1;
+        BracketOptions o = shifted(s[0] == 400);
         TestBracket b = make_bracket(s[0], s[1], o);
         MergeResult reused = merge(shared, b);
         HdrContext *fresh = nullptr;
@@ -252,9 +263,7 @@ bool wait_for_line(const LogCapture &log, const std::string &text) {
 }
 
 TEST(Merge, LogLinesCountersAndStdout) {
-    BracketOptions o;
-    o.he_dx = 2;
-    TestBracket b = make_bracket(256, 160, o);
+    TestBracket b = make_bracket(400, 256, shifted());
     HdrInput in = b.input();
     LogCapture log;
     total_time_2 = total_time_3 = total_time_7 = total_time_8 = 99;
@@ -289,8 +298,8 @@ TEST(Merge, LogLinesCountersAndStdout) {
     bool mode = false, sizes = false;
     for (const LoggedLine &l : log.lines()) {
         mode |= l.func == "hdrThreeFrameCore" && l.text.find("hdr_mode: 4000, 1000, 16000, 3000, 12000, "
-                                                             "15000, 0, size 256 160") != std::string::npos;
-        sizes |= l.text.rfind("offset HE (", 0) == 0 && l.text.find("level 7\n") != std::string::npos;
+                                                             "15000, 0, size 400 256") != std::string::npos;
+        sizes |= l.text == "offset HE (8, 0), LE (0, 6), AE (5, 2), size (392, 248), level 7\n";
     }
     EXPECT_TRUE(mode) << "hdr_mode line with products and differences";
     EXPECT_TRUE(sizes) << "offset/size/level line";
@@ -298,9 +307,7 @@ TEST(Merge, LogLinesCountersAndStdout) {
 
 TEST(Merge, RepeatedMergesStayClean) {
     // Run under the sanitizer builds: hand-offs, detached workers, reuse.
-    BracketOptions o;
-    o.moving_object = true;
-    TestBracket b = make_bracket(192, 128, o);
+    TestBracket b = make_bracket(400, 304, shifted(true));
     MergeResult first = merge(shared_context(), b);
     const int runs = emulated() ? 5 : 30;
     for (int i = 0; i < runs; ++i) expect_same(first, merge(shared_context(), b), "repeat");

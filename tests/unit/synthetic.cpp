@@ -43,10 +43,12 @@ uint32_t isqrt64(uint64_t v) {
 // Scene radiance at scene coordinates, fixed point (1 << 12 = mid-grey-ish).
 uint32_t radiance(int32_t x, int32_t y, const BracketOptions &o, int frame_index) {
     if (o.flat) return 1 << 12;
-    int32_t t = noise(x, y, 6, o.seed) + (noise(x, y, 4, o.seed + 7) >> 1) +
-                (noise(x, y, 2, o.seed + 13) >> 2); // 0 .. ~7166
+    // Octaves falling off like a natural scene: the bitmaps are sampled
+    // without filtering, so the coarse levels must see coarse structure.
+    int32_t t = noise(x, y, 7, o.seed) + (noise(x, y, 5, o.seed + 7) >> 1) +
+                (noise(x, y, 3, o.seed + 13) >> 2) + (noise(x, y, 1, o.seed + 17) >> 3); // 0 .. ~7680
     // Bright lamps and deep shadows: radiance spans about 1 : 4000.
-    uint32_t L = (uint32_t)(t * t) >> 10; // 0 .. ~50000
+    uint32_t L = (uint32_t)(t * t) >> 11; // 0 .. ~28800: AE mid-grey, HE clips only the top
     if ((hash3(x >> 7, y >> 7, o.seed + 3) & 7) == 0) L = L * 16 + (1 << 14);
     if (o.moving_object) {
         int32_t ox = 40 + frame_index * 24, oy = 30;
