@@ -40,7 +40,7 @@ struct BufPair {
     }
     void sync() { opt.copy_from(ref); }
     template <class T> T *r(size_t off = 0) { return ref.as<T>(off); }
-    template <class T> T *o(size_t off = 0) { return opt.as<T>(off); }
+    template <class T> T *p(bool use_opt, size_t off = 0) { return (use_opt ? opt : ref).as<T>(off); }
     bool check(const char *name, size_t stride_bytes, int elem) {
         return ref.canaries_intact(name) && opt.canaries_intact(name) &&
                checkasm_compare_blocks(name, ref, opt, stride_bytes, elem);
@@ -48,6 +48,15 @@ struct BufPair {
 };
 
 static inline CheckasmPattern case_pattern(int i) { return (CheckasmPattern)(i % PAT_COUNT); }
+
+// Runs `call(table, use_opt)` with the reference and the optimised table,
+// and times the pair under --bench when `bench` names it.
+template <class F>
+void run_both(const HdrDsp &ref, const HdrDsp &opt, F call, const char *bench = nullptr) {
+    call(ref, false);
+    call(opt, true);
+    if (bench) CHECKASM_BENCH2(bench, call(ref, false), call(opt, true));
+}
 
 #define CASE_NAME(buf, kernel, c) \
     snprintf(buf, sizeof(buf), "%s %dx%d pitch %d", kernel, (c).pairs, (c).rows, (c).stride())

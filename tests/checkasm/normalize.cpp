@@ -1,7 +1,6 @@
 // Kernels of the output normalisation: NEON against the references.
 #include <stdio.h>
 
-#include "checkasm/checkasm.h"
 #include "checkasm/chroma_cases.h"
 #include "common/arith.h"
 
@@ -93,20 +92,14 @@ void check_map(const HdrDsp &ref, const HdrDsp &opt) {
         BufPair ol, oc;
         ol.alloc(0, (size_t)(2 * pairs - 1) * out_pitch + w8);
         oc.alloc(0, (size_t)(pairs - 1) * out_pitch + w8);
-        ref.tone.map(ol.r<uint8_t>(), oc.r<uint8_t>(), out_pitch, luma.as<int16_t>(), lstride,
-                     chroma.as<int16_t>(), cstride, w8, pairs, &curve);
-        opt.tone.map(ol.o<uint8_t>(), oc.o<uint8_t>(), out_pitch, luma.as<int16_t>(), lstride,
-                     chroma.as<int16_t>(), cstride, w8, pairs, &curve);
+        run_both(ref, opt, [&](const HdrDsp &d, bool o) {
+            d.tone.map(ol.p<uint8_t>(o), oc.p<uint8_t>(o), out_pitch, luma.as<int16_t>(), lstride,
+                       chroma.as<int16_t>(), cstride, w8, pairs, &curve);
+        }, i == 0 ? "map 4160x3120" : nullptr);
         char name[96];
         snprintf(name, sizeof(name), "map %dx%d L %d U %d", w8, 2 * pairs, curve.low_anchor,
                  curve.high_anchor);
         if (!ol.check(name, out_pitch, 1) || !oc.check(name, out_pitch, 1)) return;
-        if (i == 0)
-            CHECKASM_BENCH2("map 4160x3120",
-                            ref.tone.map(ol.r<uint8_t>(), oc.r<uint8_t>(), out_pitch, luma.as<int16_t>(), lstride,
-                                         chroma.as<int16_t>(), cstride, w8, pairs, &curve),
-                            opt.tone.map(ol.o<uint8_t>(), oc.o<uint8_t>(), out_pitch, luma.as<int16_t>(), lstride,
-                                         chroma.as<int16_t>(), cstride, w8, pairs, &curve));
     }
 }
 
