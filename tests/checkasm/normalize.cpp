@@ -64,7 +64,7 @@ void check_map(const HdrDsp &ref, const HdrDsp &opt) {
         const int w8 = i == 0 ? 4160 : ws[i - 1] & ~7;
         int pairs = i == 0 ? 1560 : (hs[i % nh] + 1) >> 1;
         if (w8 == 0) continue;
-        while (pairs > 1 && (long)w8 * pairs > (1 << 19)) pairs >>= 1;
+        while (i > 0 && pairs > 1 && (long)w8 * pairs > (1 << 19)) pairs >>= 1;
         const int lstride = w8 + 8 * checkasm_rand_range(0, 2);
         const int cstride = w8 + 8 * checkasm_rand_range(0, 2);
         const int out_pitch = w8 + checkasm_rand_range(0, 20);
