@@ -1,3 +1,172 @@
+// Reference chroma kernels: the executable definition of every extent and
+// rounding step (see the contracts in chroma_dsp.h).
 #include "fusion/chroma_dsp.h"
 
-void chroma_dsp_init_c(ChromaDsp *dsp) { (void)dsp; }
+#include "common/arith.h"
+
+namespace {
+
+void copy_flip_c(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_t src_stride,
+                 int bytes, int rows) {
+    const int n = (int)ceil16((unsigned)bytes);
+    for (int r = 0; r < rows; r += 2) {
+        for (int k = 0; k < 2; ++k) {
+            const uint8_t *s = src + (r + k) * src_stride;
+            int8_t *d = dst + (r + k) * dst_stride;
+            for (int i = 0; i < n; ++i) d[i] = (int8_t)(uint8_t)(s[i] ^ 0x80);
+        }
+    }
+}
+
+void reduce_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
+    const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
+    const int e = 2 * pairs;
+    for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
+        int8_t *p = src;
+        p[-4] = p[4];
+        p[-3] = p[5];
+        p[-2] = p[2];
+        p[-1] = p[3];
+        p[e] = p[e - 4];
+        p[e + 1] = p[e - 3];
+        for (int i = 0; i < n; ++i) {
+            const int b = 4 * (i >> 1) + (i & 1);
+            dst[i] = (int16_t)(p[b - 4] + 4 * p[b - 2] + 6 * p[b] + 4 * p[b + 2] + p[b + 4]);
+        }
+    }
+}
+
+void reduce_v_c(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int values, int rows) {
+    const int n = (int)ceil8((unsigned)values);
+    for (int j = 0; j < rows; ++j, dst += dst_stride) {
+        const int16_t *c = src + 2 * j * n;
+        for (int i = 0; i < n; ++i) {
+            int s;
+            if (j == 0)
+                s = 6 * c[i] + 8 * c[i + n] + 2 * c[i + 2 * n];
+            else if (j == rows - 1)
+                s = c[i - 2 * n] + 4 * c[i - n] + 7 * c[i] + 4 * c[i + n];
+            else
+                s = c[i - 2 * n] + 4 * c[i - n] + 6 * c[i] + 4 * c[i + n] + c[i + 2 * n];
+            dst[i] = (int8_t)((s + 128) >> 8);
+        }
+    }
+}
+
+void expand_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
+                int dst_pairs) {
+    const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
+    const int kmax = (int)ceil8((unsigned)src_pairs);
+    const int e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int8_t *q = src;
+        q[-2] = q[0];
+        q[-1] = q[1];
+        q[e] = q[e - 2];
+        q[e + 1] = q[e - 1];
+        for (int k = 0; k < kmax; ++k)
+            for (int c = 0; c < 2; ++c) {
+                const int a = q[2 * k - 2 + c], b = q[2 * k + c], d = q[2 * k + 2 + c];
+                dst[4 * k + c] = (int16_t)(a + 6 * b + d);
+                dst[4 * k + 2 + c] = (int16_t)(4 * b + 4 * d);
+            }
+        if (dst_pairs & 1) {
+            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
+            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
+        }
+    }
+}
+
+void expand_band_c(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdiff_t g_stride,
+                   const int16_t *h, int values, int rows, int zero_edges) {
+    const int n = (int)ceil8((unsigned)values);
+    const int hrows = rows >> 1;
+    const int tail = (rows & 1) ? 3 : 2;
+    for (int y = 0; y < rows; ++y) {
+        int16_t *b = band + y * band_stride;
+        if (zero_edges && (y < 2 || y >= rows - tail)) {
+            for (int i = 0; i < n; ++i) b[i] = 0;
+            continue;
+        }
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int8_t *gr = g + y * g_stride;
+        for (int i = 0; i < n; ++i) {
+            const int E = t.wa * ha[i] + t.wb * hb[i] + t.wc * hc[i];
+            b[i] = (int16_t)(gr[i] - ((E + 32) >> 6));
+        }
+    }
+}
+
+void residual_c(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src, ptrdiff_t src_stride,
+                int values, int rows) {
+    for (int y = 0; y < rows; ++y)
+        for (int i = 0; i < values; ++i) dst[y * dst_stride + i] = src[y * src_stride + i];
+}
+
+void blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t stride,
+             const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t w_stride,
+             int pairs, int rows) {
+    const int n = (int)ceil8((unsigned)pairs);
+    for (int y = 0; y < rows; ++y) {
+        int16_t *p0 = b0 + y * stride;
+        const int16_t *p1 = b1 + y * stride, *p2 = b2 + y * stride;
+        const uint8_t *v0 = w0 + y * w_stride, *v1 = w1 + y * w_stride, *v2 = w2 + y * w_stride;
+        for (int x = 0; x < 2 * n; ++x) {
+            const int32_t a = v0[x >> 1] * p0[x] + v1[x >> 1] * p1[x] + v2[x >> 1] * p2[x];
+            p0[x] = (int16_t)((a + 128) >> 8);
+        }
+    }
+}
+
+void collapse_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
+                  int dst_pairs) {
+    const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
+    const int kmax = (int)ceil8(2u * (unsigned)src_pairs) / 2;
+    const int e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int16_t *q = src;
+        q[-2] = q[0];
+        q[-1] = q[1];
+        q[e] = q[e - 2];
+        q[e + 1] = q[e - 1];
+        for (int k = 0; k < kmax; ++k)
+            for (int c = 0; c < 2; ++c) {
+                const int a = q[2 * k - 2 + c], b = q[2 * k + c], d = q[2 * k + 2 + c];
+                dst[4 * k + c] = (int16_t)(a + 6 * b + d);
+                dst[4 * k + 2 + c] = (int16_t)(4 * b + 4 * d);
+            }
+        if (dst_pairs & 1) {
+            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
+            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
+        }
+    }
+}
+
+void collapse_v_c(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values, int rows) {
+    const int n = (int)ceil8((unsigned)values);
+    const int hrows = rows >> 1;
+    for (int y = 0; y < rows; ++y) {
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        int16_t *d = dst + y * stride;
+        for (int i = 0; i < n; ++i) {
+            const int16_t E = (int16_t)(t.wa * ha[i] + t.wb * hb[i] + t.wc * hc[i]);
+            d[i] = (int16_t)(d[i] + ((E + 32) >> 6));
+        }
+    }
+}
+
+} // namespace
+
+void chroma_dsp_init_c(ChromaDsp *dsp) {
+    dsp->copy_flip = copy_flip_c;
+    dsp->reduce_h = reduce_h_c;
+    dsp->reduce_v = reduce_v_c;
+    dsp->expand_h = expand_h_c;
+    dsp->expand_band = expand_band_c;
+    dsp->residual = residual_c;
+    dsp->blend = blend_c;
+    dsp->collapse_h = collapse_h_c;
+    dsp->collapse_v = collapse_v_c;
+}

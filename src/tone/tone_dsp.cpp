@@ -1,3 +1,65 @@
+// Reference kernels of the output normalisation.
 #include "tone/tone_dsp.h"
 
-void tone_dsp_init_c(ToneDsp *dsp) { (void)dsp; }
+namespace {
+
+void stats_c(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16, int rows) {
+    uint32_t nu = 0, no = 0;
+    uint32_t su[4] = {0, 0, 0, 0}, so[4] = {0, 0, 0, 0}, qu[4] = {0, 0, 0, 0};
+    int64_t qo = 0;
+    for (int y = 0; y < rows; ++y) {
+        const int16_t *p = luma + y * stride;
+        for (int x = 0; x < width16; ++x) {
+            const int v = p[x];
+            if (v < 0) {
+                nu++;
+                su[x & 3] += (uint32_t)v;
+                qu[x & 3] += (uint32_t)(v * v);
+            } else if (v > 255) {
+                no++;
+                so[x & 3] += (uint32_t)v;
+                qo += v * v;
+            }
+        }
+    }
+    st->under_count = nu;
+    st->over_count = no;
+    st->under_sum = st->under_sq = st->over_sum = 0;
+    for (int i = 0; i < 4; ++i) {
+        st->under_sum += (int32_t)su[i];
+        st->under_sq += (int32_t)qu[i];
+        st->over_sum += (int32_t)so[i];
+    }
+    st->over_sq = qo;
+}
+
+void map_c(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const int16_t *luma,
+           ptrdiff_t luma_stride, const int16_t *chroma, ptrdiff_t chroma_stride, int width8,
+           int row_pairs, const ToneCurve *c) {
+    for (int r = 0; r < row_pairs; ++r) {
+        const int16_t *l0 = luma + 2 * r * luma_stride, *l1 = l0 + luma_stride;
+        uint8_t *o0 = out_luma + 2 * r * out_pitch, *o1 = o0 + out_pitch;
+        const int16_t *cin = chroma + r * chroma_stride;
+        uint8_t *cout = out_chroma + r * out_pitch;
+        for (int x = 0; x < width8; x += 2) {
+            int32_t S = 0;
+            for (int k = 0; k < 4; ++k) {
+                const int col = x + (k & 1);
+                const int v = k < 2 ? l0[col] : l1[col];
+                const int vc = v < c->lo ? c->lo : v > c->hi ? c->hi : v;
+                const int y = c->lut[vc - c->lo];
+                (k < 2 ? o0 : o1)[col] = (uint8_t)y;
+                S += tone_gain(v, y, c->low_anchor, c->high_anchor);
+            }
+            cout[x] = tone_chroma(cin[x], S);
+            cout[x + 1] = tone_chroma(cin[x + 1], S);
+        }
+    }
+}
+
+} // namespace
+
+void tone_dsp_init_c(ToneDsp *dsp) {
+    dsp->stats = stats_c;
+    dsp->map = map_c;
+}

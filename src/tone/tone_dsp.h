@@ -1,12 +1,71 @@
-// Kernel table of this subsystem.  Every member has a reference version
-// (tone_dsp_init_c) and may be replaced by an instruction-set version.
+// Kernels of the output normalisation: overshoot statistics of the fused
+// luma, and the tone mapping of luma with the matching chroma gain.
 #pragma once
 #include <stddef.h>
 #include <stdint.h>
 
+// Totals of the under-range (v < 0) and over-range (v > 255) values.  The
+// sums and the under-range sum of squares come from four wrapping 32-bit
+// partial sums (value i of a 16-value block into partial i mod 4), each
+// sign-extended and added in 64 bits; the over-range squares are summed in
+// 64 bits.
+struct ToneStats {
+    uint32_t under_count, over_count;
+    int64_t under_sum, under_sq;
+    int64_t over_sum, over_sq;
+};
+
+// Scans `rows` rows of `width16` values (a multiple of 16), 16 per step.
+typedef void (*tone_stats_fn)(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16,
+                              int rows);
+
+// What the mapping needs from the statistics.
+struct ToneCurve {
+    const uint8_t *lut; // 512 entries, indexed by clamp(v, lo, hi) - lo
+    int16_t lo, hi;
+    int16_t low_anchor, high_anchor; // L and U, truncated to 16 bits
+};
+
+// Two luma rows and one chroma row per step of `row_pairs`, 8 columns at a
+// time over width8 (a multiple of 8) columns; writes exactly width8 bytes of
+// both output luma rows and of the output chroma row (pitch out_pitch).
+// Per pixel y = lut[clamp(v) - lo] and the gain g (1/4096 units):
+// y >= v: ((v - L) << 12) / (y - L), else ((U - v) << 12) / (U - y), the
+// differences wrapped to 16 bits, division truncating, divisor 0 gives 0.
+// Chroma value d of pair j with S = the gains of its 2x2 block summed:
+// sat_u8(((int16)(((int32)(d * S) >> 13) + 256)) >> 1), d * S wrapping in 32
+// bits and the shifted product kept in 16 bits.
+typedef void (*tone_map_fn)(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch,
+                            const int16_t *luma, ptrdiff_t luma_stride, const int16_t *chroma,
+                            ptrdiff_t chroma_stride, int width8, int row_pairs,
+                            const ToneCurve *curve);
+
 struct ToneDsp {
-    int placeholder_; // kernels are added as the stages are built
+    tone_stats_fn stats;
+    tone_map_fn map;
 };
 
 void tone_dsp_init_c(ToneDsp *dsp);
 void tone_dsp_init_neon(ToneDsp *dsp); // Arm builds and SIMDe test builds only
+
+// Shared by the reference and the SIMD kernels: one pixel's chroma gain.
+static inline int32_t tone_gain(int v, int y, int16_t L, int16_t U) {
+    int16_t num, den;
+    if (y >= v) {
+        num = (int16_t)(v - L);
+        den = (int16_t)(y - L);
+    } else {
+        num = (int16_t)(U - v);
+        den = (int16_t)(U - y);
+    }
+    return den ? (int32_t)num * 4096 / den : 0;
+}
+
+// One chroma output from its fused value d and the block's gain sum S.
+static inline uint8_t tone_chroma(int16_t d, int32_t S) {
+    const int32_t p = (int32_t)((uint32_t)(int32_t)d * (uint32_t)S);
+    const int16_t t = (int16_t)(p >> 13);
+    const int16_t u = (int16_t)(t + 256);
+    const int r = u >> 1;
+    return (uint8_t)(r < 0 ? 0 : r > 255 ? 255 : r);
+}

@@ -1,4 +1,6 @@
 #include "fusion/chroma_dsp.h"
-#include "common/neon.h"
 
-void chroma_dsp_init_neon(ChromaDsp *dsp) { (void)dsp; }
+void chroma_dsp_init_neon(ChromaDsp *dsp) {
+    chroma_dsp_init_pyramid_neon(dsp);
+    chroma_dsp_init_reconstruct_neon(dsp);
+}

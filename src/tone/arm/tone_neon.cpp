@@ -1,4 +1,131 @@
-#include "tone/tone_dsp.h"
+// NEON kernels of the output normalisation.
 #include "common/neon.h"
+#include "tone/tone_dsp.h"
 
-void tone_dsp_init_neon(ToneDsp *dsp) { (void)dsp; }
+namespace {
+
+inline bool any_lane(uint16x8_t m) {
+    const uint16x4_t r = vorr_u16(vget_low_u16(m), vget_high_u16(m));
+    return vget_lane_u64(vreinterpret_u64_u16(r), 0) != 0;
+}
+
+// 16 values per step as two vectors a (values 0..7) and b (8..15).  Lane p of
+// each 4-lane half holds a value whose index is p mod 4, so widening-adding
+// the four halves into one 32-bit vector keeps partial sum p = values with
+// index p mod 4, wrapping as the reference's uint32 partials do.
+void stats_neon(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16, int rows) {
+    uint32x4_t nu = vdupq_n_u32(0), no = vdupq_n_u32(0);
+    int32x4_t su = vdupq_n_s32(0), so = vdupq_n_s32(0), qu = vdupq_n_s32(0);
+    int64x2_t qo = vdupq_n_s64(0);
+    const int16x8_t zero = vdupq_n_s16(0), top = vdupq_n_s16(255);
+    for (int y = 0; y < rows; ++y) {
+        const int16_t *p = luma + y * stride;
+        uint16x8_t cu = vdupq_n_u16(0), co = vdupq_n_u16(0); // at most 2 per lane per block
+        for (int x = 0; x < width16; x += 16) {
+            const int16x8_t a = vld1q_s16(p + x), b = vld1q_s16(p + x + 8);
+            const uint16x8_t ua = vcltq_s16(a, zero), ub = vcltq_s16(b, zero);
+            const uint16x8_t oa = vcgtq_s16(a, top), ob = vcgtq_s16(b, top);
+            if (any_lane(vorrq_u16(ua, ub))) {
+                cu = vsubq_u16(vsubq_u16(cu, ua), ub);
+                const int16x8_t ma = vandq_s16(a, vreinterpretq_s16_u16(ua));
+                const int16x8_t mb = vandq_s16(b, vreinterpretq_s16_u16(ub));
+                su = vaddw_s16(su, vget_low_s16(ma));
+                su = vaddw_s16(su, vget_high_s16(ma));
+                su = vaddw_s16(su, vget_low_s16(mb));
+                su = vaddw_s16(su, vget_high_s16(mb));
+                qu = vmlal_s16(qu, vget_low_s16(ma), vget_low_s16(ma));
+                qu = vmlal_s16(qu, vget_high_s16(ma), vget_high_s16(ma));
+                qu = vmlal_s16(qu, vget_low_s16(mb), vget_low_s16(mb));
+                qu = vmlal_s16(qu, vget_high_s16(mb), vget_high_s16(mb));
+            }
+            if (any_lane(vorrq_u16(oa, ob))) {
+                co = vsubq_u16(vsubq_u16(co, oa), ob);
+                const int16x8_t ma = vandq_s16(a, vreinterpretq_s16_u16(oa));
+                const int16x8_t mb = vandq_s16(b, vreinterpretq_s16_u16(ob));
+                so = vaddw_s16(so, vget_low_s16(ma));
+                so = vaddw_s16(so, vget_high_s16(ma));
+                so = vaddw_s16(so, vget_low_s16(mb));
+                so = vaddw_s16(so, vget_high_s16(mb));
+                qo = vpadalq_s32(qo, vmull_s16(vget_low_s16(ma), vget_low_s16(ma)));
+                qo = vpadalq_s32(qo, vmull_s16(vget_high_s16(ma), vget_high_s16(ma)));
+                qo = vpadalq_s32(qo, vmull_s16(vget_low_s16(mb), vget_low_s16(mb)));
+                qo = vpadalq_s32(qo, vmull_s16(vget_high_s16(mb), vget_high_s16(mb)));
+            }
+        }
+        // Per-row lane counts stay below 2 * 4160 / 16, far from 16-bit overflow.
+        nu = vpadalq_u16(nu, cu);
+        no = vpadalq_u16(no, co);
+    }
+    uint32_t cnt[4], cnt2[4];
+    int32_t a[4], b[4], c[4];
+    int64_t q[2];
+    vst1q_u32(cnt, nu);
+    vst1q_u32(cnt2, no);
+    vst1q_s32(a, su);
+    vst1q_s32(b, qu);
+    vst1q_s32(c, so);
+    vst1q_s64(q, qo);
+    st->under_count = cnt[0] + cnt[1] + cnt[2] + cnt[3];
+    st->over_count = cnt2[0] + cnt2[1] + cnt2[2] + cnt2[3];
+    st->under_sum = (int64_t)a[0] + a[1] + a[2] + a[3];
+    st->under_sq = (int64_t)b[0] + b[1] + b[2] + b[3];
+    st->over_sum = (int64_t)c[0] + c[1] + c[2] + c[3];
+    st->over_sq = q[0] + q[1];
+}
+
+// Eight columns of two rows per step.  The table lookups and the divisions
+// are per lane (no vector gather or divide); selection of the gain's
+// numerator and divisor, the block sums and the chroma scaling are vector:
+// vmulq_s32 wraps like the reference's 32-bit product, vmovn keeps the low
+// 16 bits of the >> 13, the + 256 wraps in 16 bits and vqmovun saturates.
+void map_neon(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const int16_t *luma,
+              ptrdiff_t luma_stride, const int16_t *chroma, ptrdiff_t chroma_stride, int width8,
+              int row_pairs, const ToneCurve *c) {
+    const int16x8_t lo = vdupq_n_s16(c->lo), hi = vdupq_n_s16(c->hi);
+    const int16x8_t L = vdupq_n_s16(c->low_anchor), U = vdupq_n_s16(c->high_anchor);
+    const uint8_t *lut = c->lut;
+    for (int r = 0; r < row_pairs; ++r) {
+        const int16_t *lrow[2] = {luma + 2 * r * luma_stride, luma + (2 * r + 1) * luma_stride};
+        uint8_t *orow[2] = {out_luma + 2 * r * out_pitch, out_luma + (2 * r + 1) * out_pitch};
+        const int16_t *cin = chroma + r * chroma_stride;
+        uint8_t *cout = out_chroma + r * out_pitch;
+        for (int x = 0; x < width8; x += 8) {
+            int32_t g[2][8];
+            for (int k = 0; k < 2; ++k) {
+                const int16x8_t v = vld1q_s16(lrow[k] + x);
+                const int16x8_t idx = vsubq_s16(vminq_s16(vmaxq_s16(v, lo), hi), lo);
+                int16_t ix[8];
+                uint8_t yb[8];
+                vst1q_s16(ix, idx);
+                for (int i = 0; i < 8; ++i) yb[i] = lut[ix[i]];
+                const uint8x8_t y8 = vld1_u8(yb);
+                vst1_u8(orow[k] + x, y8);
+                const int16x8_t y = vreinterpretq_s16_u16(vmovl_u8(y8));
+                const uint16x8_t up = vcgeq_s16(y, v);
+                int16_t num[8], den[8];
+                vst1q_s16(num, vbslq_s16(up, vsubq_s16(v, L), vsubq_s16(U, v)));
+                vst1q_s16(den, vbslq_s16(up, vsubq_s16(y, L), vsubq_s16(U, y)));
+                for (int i = 0; i < 8; ++i) g[k][i] = den[i] ? (int32_t)num[i] * 4096 / den[i] : 0;
+            }
+            const int32x4_t c0 = vaddq_s32(vld1q_s32(g[0]), vld1q_s32(g[1]));
+            const int32x4_t c1 = vaddq_s32(vld1q_s32(g[0] + 4), vld1q_s32(g[1] + 4));
+            const int32x4_t S = vcombine_s32(vpadd_s32(vget_low_s32(c0), vget_high_s32(c0)),
+                                             vpadd_s32(vget_low_s32(c1), vget_high_s32(c1)));
+            const int32x4x2_t Sd = vzipq_s32(S, S);
+            const int16x8_t d = vld1q_s16(cin + x);
+            const int32x4_t pl = vmulq_s32(vmovl_s16(vget_low_s16(d)), Sd.val[0]);
+            const int32x4_t ph = vmulq_s32(vmovl_s16(vget_high_s16(d)), Sd.val[1]);
+            const int16x8_t t = vcombine_s16(vmovn_s32(vshrq_n_s32(pl, 13)),
+                                             vmovn_s32(vshrq_n_s32(ph, 13)));
+            const int16x8_t u = vshrq_n_s16(vaddq_s16(t, vdupq_n_s16(256)), 1);
+            vst1_u8(cout + x, vqmovun_s16(u));
+        }
+    }
+}
+
+} // namespace
+
+void tone_dsp_init_neon(ToneDsp *dsp) {
+    dsp->stats = stats_neon;
+    dsp->map = map_neon;
+}

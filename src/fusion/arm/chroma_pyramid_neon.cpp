@@ -1,0 +1,171 @@
+// NEON kernels of the chroma Laplacian pyramid.  Same extents, row order and
+// in-place pads as the references in chroma_dsp.cpp.
+#include "common/arith.h"
+#include "common/neon.h"
+#include "fusion/chroma_dsp.h"
+
+namespace {
+
+void copy_flip_neon(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_t src_stride,
+                    int bytes, int rows) {
+    const int n = (int)ceil16((unsigned)bytes);
+    const uint8x16_t flip = vdupq_n_u8(0x80);
+    for (int r = 0; r < rows; r += 2)
+        for (int k = 0; k < 2; ++k) {
+            const uint8_t *s = src + (r + k) * src_stride;
+            int8_t *d = dst + (r + k) * dst_stride;
+            for (int i = 0; i < n; i += 16)
+                vst1q_s8(d + i, vreinterpretq_s8_u8(veorq_u8(vld1q_u8(s + i), flip)));
+        }
+}
+
+inline int16x8_t widen_s8(uint8x8_t v) { return vmovl_s8(vreinterpret_s8_u8(v)); }
+
+// Eight outputs (four pairs j = 4s .. 4s+3) need source pairs 8s-2 .. 8s+8.
+// Splitting pairs into even and odd (16-bit units) puts every tap of an output
+// pair in one lane: taps -2, 0, +2 are even pairs shifted by 0, 1, 2 units,
+// taps -1, +1 odd pairs shifted by 0, 1.  Sums stay within 16 bits.
+void reduce_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
+    const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
+    const int e = 2 * pairs;
+    for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
+        int8_t *p = src;
+        p[-4] = p[4];
+        p[-3] = p[5];
+        p[-2] = p[2];
+        p[-1] = p[3];
+        p[e] = p[e - 4];
+        p[e + 1] = p[e - 3];
+        const uint8_t *u = (const uint8_t *)p;
+        for (int i = 0; i < n; i += 8) {
+            const uint8_t *s = u + 2 * i - 4;
+            const uint16x8_t a = vreinterpretq_u16_u8(vld1q_u8(s));
+            const uint8x8_t b8 = vld1_u8(s + 16);
+            const uint16x8_t b = vreinterpretq_u16_u8(vcombine_u8(b8, b8));
+            const uint16x8x2_t eo = vuzpq_u16(a, b);
+            const uint8x16_t ev = vreinterpretq_u8_u16(eo.val[0]);
+            const uint8x16_t od = vreinterpretq_u8_u16(eo.val[1]);
+            const int16x8_t e0 = widen_s8(vget_low_u8(ev));
+            const int16x8_t e1 = widen_s8(vext_u8(vget_low_u8(ev), vget_high_u8(ev), 2));
+            const int16x8_t e2 = widen_s8(vext_u8(vget_low_u8(ev), vget_high_u8(ev), 4));
+            const int16x8_t o0 = widen_s8(vget_low_u8(od));
+            const int16x8_t o1 = widen_s8(vext_u8(vget_low_u8(od), vget_high_u8(od), 2));
+            int16x8_t t = vaddq_s16(e0, e2);
+            t = vaddq_s16(t, vshlq_n_s16(vaddq_s16(o0, o1), 2));
+            t = vmlaq_n_s16(t, e1, 6);
+            vst1q_s16(dst + i, t);
+        }
+    }
+}
+
+void reduce_v_neon(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int values, int rows) {
+    const int n = (int)ceil8((unsigned)values);
+    for (int j = 0; j < rows; ++j, dst += dst_stride) {
+        const int16_t *c = src + 2 * j * n;
+        for (int i = 0; i < n; i += 8) {
+            int16x8_t s;
+            if (j == 0) {
+                // 6 t0 + 8 t1 + 2 t2
+                s = vmulq_n_s16(vld1q_s16(c + i), 6);
+                s = vaddq_s16(s, vshlq_n_s16(vld1q_s16(c + i + n), 3));
+                s = vaddq_s16(s, vshlq_n_s16(vld1q_s16(c + i + 2 * n), 1));
+            } else {
+                const int16x8_t m2 = vld1q_s16(c + i - 2 * n), m1 = vld1q_s16(c + i - n);
+                const int16x8_t c0 = vld1q_s16(c + i), p1 = vld1q_s16(c + i + n);
+                s = vshlq_n_s16(vaddq_s16(m1, p1), 2);
+                if (j == rows - 1) {
+                    // bottom: the row below is the centre row again
+                    s = vaddq_s16(s, m2);
+                    s = vmlaq_n_s16(s, c0, 7);
+                } else {
+                    s = vaddq_s16(s, vaddq_s16(m2, vld1q_s16(c + i + 2 * n)));
+                    s = vmlaq_n_s16(s, c0, 6);
+                }
+            }
+            vst1_s8(dst + i, vrshrn_n_s16(s, 8));
+        }
+    }
+}
+
+// Even output pair 2k and odd pair 2k+1 are formed in separate vectors and
+// interleaved as 32-bit units (one pair each).
+inline void store_interleaved(int16_t *d, int16x8_t even, int16x8_t odd) {
+    const int32x4x2_t z = vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
+    vst1q_s16(d, vreinterpretq_s16_s32(z.val[0]));
+    vst1q_s16(d + 8, vreinterpretq_s16_s32(z.val[1]));
+}
+
+void expand_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
+                   int dst_pairs) {
+    const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
+    const int kmax = (int)ceil8((unsigned)src_pairs);
+    const int e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int8_t *q = src;
+        q[-2] = q[0];
+        q[-1] = q[1];
+        q[e] = q[e - 2];
+        q[e + 1] = q[e - 1];
+        for (int k = 0; k < kmax; k += 8) {
+            const int8x16_t a = vld1q_s8(q + 2 * k - 2), b = vld1q_s8(q + 2 * k),
+                            c = vld1q_s8(q + 2 * k + 2);
+            for (int half = 0; half < 2; ++half) {
+                const int16x8_t al = vmovl_s8(half ? vget_high_s8(a) : vget_low_s8(a));
+                const int16x8_t bl = vmovl_s8(half ? vget_high_s8(b) : vget_low_s8(b));
+                const int16x8_t cl = vmovl_s8(half ? vget_high_s8(c) : vget_low_s8(c));
+                const int16x8_t even = vmlaq_n_s16(vaddq_s16(al, cl), bl, 6);
+                const int16x8_t odd = vshlq_n_s16(vaddq_s16(bl, cl), 2);
+                store_interleaved(dst + 4 * k + 16 * half, even, odd);
+            }
+        }
+        if (dst_pairs & 1) {
+            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
+            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
+        }
+    }
+}
+
+void expand_band_neon(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdiff_t g_stride,
+                      const int16_t *h, int values, int rows, int zero_edges) {
+    const int n = (int)ceil8((unsigned)values);
+    const int hrows = rows >> 1;
+    const int tail = (rows & 1) ? 3 : 2;
+    for (int y = 0; y < rows; ++y) {
+        int16_t *b = band + y * band_stride;
+        if (zero_edges && (y < 2 || y >= rows - tail)) {
+            for (int i = 0; i < n; i += 8) vst1q_s16(b + i, vdupq_n_s16(0));
+            continue;
+        }
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int8_t *gr = g + y * g_stride;
+        for (int i = 0; i < n; i += 8) {
+            int16x8_t E = vmulq_n_s16(vld1q_s16(ha + i), t.wa);
+            E = vmlaq_n_s16(E, vld1q_s16(hb + i), t.wb);
+            E = vmlaq_n_s16(E, vld1q_s16(hc + i), t.wc);
+            vst1q_s16(b + i, vsubq_s16(vmovl_s8(vld1_s8(gr + i)), vrshrq_n_s16(E, 6)));
+        }
+    }
+}
+
+void residual_neon(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src, ptrdiff_t src_stride,
+                   int values, int rows) {
+    for (int y = 0; y < rows; ++y) {
+        int16_t *d = dst + y * dst_stride;
+        const int8_t *s = src + y * src_stride;
+        int i = 0;
+        for (; i + 8 <= values; i += 8) vst1q_s16(d + i, vmovl_s8(vld1_s8(s + i)));
+        for (; i < values; ++i) d[i] = s[i];
+    }
+}
+
+} // namespace
+
+void chroma_dsp_init_pyramid_neon(ChromaDsp *dsp) {
+    dsp->copy_flip = copy_flip_neon;
+    dsp->reduce_h = reduce_h_neon;
+    dsp->reduce_v = reduce_v_neon;
+    dsp->expand_h = expand_h_neon;
+    dsp->expand_band = expand_band_neon;
+    dsp->residual = residual_neon;
+}
