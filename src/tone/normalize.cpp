@@ -78,7 +78,9 @@ void ImageNormalize(HdrContext *ctx, uint8_t *out_luma, uint8_t *out_chroma, int
         lut[255 - lo] = 255; // nothing over range: 255 stays 255
 
     if (height < 1) return;
-    const ToneCurve curve = {lut, (int16_t)lo, (int16_t)hc.hi, (int16_t)L, (int16_t)U};
+    int32_t gain[512];
+    tone_gain_table(gain, lut, lo, hc.hi, (int16_t)L, (int16_t)U);
+    const ToneCurve curve = {lut, gain, (int16_t)lo, (int16_t)hc.hi, (int16_t)L, (int16_t)U};
     d.map(out_luma, out_chroma, out_pitch, luma, ctx->row_stride[0], chroma, ctx->chroma_stride[0],
           width & ~7, (height + 1) >> 1, &curve);
 }

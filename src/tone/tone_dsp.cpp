@@ -49,7 +49,7 @@ void map_c(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const in
                 const int vc = v < c->lo ? c->lo : v > c->hi ? c->hi : v;
                 const int y = c->lut[vc - c->lo];
                 (k < 2 ? o0 : o1)[col] = (uint8_t)y;
-                S += tone_gain(v, y, c->low_anchor, c->high_anchor);
+                S += vc == v ? c->gain[vc - c->lo] : tone_gain(v, y, c->low_anchor, c->high_anchor);
             }
             cout[x] = tone_chroma(cin[x], S);
             cout[x + 1] = tone_chroma(cin[x + 1], S);

@@ -21,7 +21,8 @@ typedef void (*tone_stats_fn)(ToneStats *st, const int16_t *luma, ptrdiff_t stri
 
 // What the mapping needs from the statistics.
 struct ToneCurve {
-    const uint8_t *lut; // 512 entries, indexed by clamp(v, lo, hi) - lo
+    const uint8_t *lut;  // 512 entries, indexed by clamp(v, lo, hi) - lo
+    const int32_t *gain; // tone_gain of every v in lo..hi, indexed by v - lo
     int16_t lo, hi;
     int16_t low_anchor, high_anchor; // L and U, truncated to 16 bits
 };
@@ -29,7 +30,8 @@ struct ToneCurve {
 // Two luma rows and one chroma row per step of `row_pairs`, 8 columns at a
 // time over width8 (a multiple of 8) columns; writes exactly width8 bytes of
 // both output luma rows and of the output chroma row (pitch out_pitch).
-// Per pixel y = lut[clamp(v) - lo] and the gain g (1/4096 units):
+// Per pixel y = lut[clamp(v) - lo] and the gain g (1/4096 units, from the
+// curve's gain table when v is inside lo..hi, else computed):
 // y >= v: ((v - L) << 12) / (y - L), else ((U - v) << 12) / (U - y), the
 // differences wrapped to 16 bits, division truncating, divisor 0 gives 0.
 // Chroma value d of pair j with S = the gains of its 2x2 block summed:
@@ -68,4 +70,11 @@ static inline uint8_t tone_chroma(int16_t d, int32_t S) {
     const int16_t u = (int16_t)(t + 256);
     const int r = u >> 1;
     return (uint8_t)(r < 0 ? 0 : r > 255 ? 255 : r);
+}
+
+// The gain only depends on v (y is a function of v), so inside the curve's
+// input range it is computed once per value instead of once per pixel.
+static inline void tone_gain_table(int32_t *gain, const uint8_t *lut, int lo, int hi, int16_t L,
+                                   int16_t U) {
+    for (int v = lo; v <= hi; ++v) gain[v - lo] = tone_gain(v, lut[v - lo], L, U);
 }

@@ -82,6 +82,9 @@ void check_map(const HdrDsp &ref, const HdrDsp &opt) {
             curve.low_anchor = (int16_t)checkasm_rand_range(-200, 8);
             curve.high_anchor = (int16_t)checkasm_rand_range(250, 500);
         }
+        int32_t gain[512];
+        tone_gain_table(gain, lut, curve.lo, curve.hi, curve.low_anchor, curve.high_anchor);
+        curve.gain = gain;
         const int lo = (i % 4 == 1) ? -32768 : -200, hi = (i % 4 == 1) ? 32767 : 500;
         CheckasmBuf luma, chroma;
         luma.alloc(0, (size_t)2 * pairs * lstride * 2, 64);

@@ -73,16 +73,15 @@ void stats_neon(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width1
     st->over_sq = q[0] + q[1];
 }
 
-// Eight columns of two rows per step.  The table lookups and the divisions
-// are per lane (no vector gather or divide); selection of the gain's
-// numerator and divisor, the block sums and the chroma scaling are vector:
+// Eight columns of two rows per step.  The table lookups (and the divisions
+// of values outside the curve's range) are per lane, as there is no vector
+// gather or divide; the block sums and the chroma scaling are vector:
 // vmulq_s32 wraps like the reference's 32-bit product, vmovn keeps the low
 // 16 bits of the >> 13, the + 256 wraps in 16 bits and vqmovun saturates.
 void map_neon(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const int16_t *luma,
               ptrdiff_t luma_stride, const int16_t *chroma, ptrdiff_t chroma_stride, int width8,
               int row_pairs, const ToneCurve *c) {
     const int16x8_t lo = vdupq_n_s16(c->lo), hi = vdupq_n_s16(c->hi);
-    const int16x8_t L = vdupq_n_s16(c->low_anchor), U = vdupq_n_s16(c->high_anchor);
     const uint8_t *lut = c->lut;
     for (int r = 0; r < row_pairs; ++r) {
         const int16_t *lrow[2] = {luma + 2 * r * luma_stride, luma + (2 * r + 1) * luma_stride};
@@ -100,12 +99,11 @@ void map_neon(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const
                 for (int i = 0; i < 8; ++i) yb[i] = lut[ix[i]];
                 const uint8x8_t y8 = vld1_u8(yb);
                 vst1_u8(orow[k] + x, y8);
-                const int16x8_t y = vreinterpretq_s16_u16(vmovl_u8(y8));
-                const uint16x8_t up = vcgeq_s16(y, v);
-                int16_t num[8], den[8];
-                vst1q_s16(num, vbslq_s16(up, vsubq_s16(v, L), vsubq_s16(U, v)));
-                vst1q_s16(den, vbslq_s16(up, vsubq_s16(y, L), vsubq_s16(U, y)));
-                for (int i = 0; i < 8; ++i) g[k][i] = den[i] ? (int32_t)num[i] * 4096 / den[i] : 0;
+                int16_t vv[8];
+                vst1q_s16(vv, v);
+                for (int i = 0; i < 8; ++i)
+                    g[k][i] = vv[i] == ix[i] + c->lo ? c->gain[ix[i]]
+                                                     : tone_gain(vv[i], yb[i], c->low_anchor, c->high_anchor);
             }
             const int32x4_t c0 = vaddq_s32(vld1q_s32(g[0]), vld1q_s32(g[1]));
             const int32x4_t c1 = vaddq_s32(vld1q_s32(g[0] + 4), vld1q_s32(g[1] + 4));
