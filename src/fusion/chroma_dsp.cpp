@@ -53,13 +53,18 @@ void reduce_v_c(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int value
     }
 }
 
-void expand_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
-                int dst_pairs) {
+// One row of the pair-interleaved expand: repeat padding written in place,
+// then out pair 2k = p[k-1] + 6 p[k] + p[k+1] and 2k+1 = 4 p[k] + 4 p[k+1] per
+// component for `kmax` source pairs, and the weight-7 last pair of an odd
+// count.  Rows are `pitch` values apart in the scratch; a row's spill past its
+// end is overwritten by the next row.
+template <class T>
+void expand_pair_rows(int16_t *dst, T *src, ptrdiff_t src_stride, int src_pairs, int rows, int dst_pairs,
+                      int kmax) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
-    const int kmax = (int)ceil8((unsigned)src_pairs);
     const int e = 2 * src_pairs;
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
-        int8_t *q = src;
+        T *q = src;
         q[-2] = q[0];
         q[-1] = q[1];
         q[e] = q[e - 2];
@@ -75,6 +80,12 @@ void expand_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, 
             dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
         }
     }
+}
+
+// 8-bit levels: 16 source values (8 pairs) per step.
+void expand_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
+                int dst_pairs) {
+    expand_pair_rows(dst, src, src_stride, src_pairs, rows, dst_pairs, (int)ceil8((unsigned)src_pairs));
 }
 
 void expand_band_c(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdiff_t g_stride,
@@ -119,28 +130,11 @@ void blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t stride
     }
 }
 
+// 16-bit levels: 8 source values (4 pairs) per step.
 void collapse_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
                   int dst_pairs) {
-    const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
-    const int kmax = (int)ceil8(2u * (unsigned)src_pairs) / 2;
-    const int e = 2 * src_pairs;
-    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
-        int16_t *q = src;
-        q[-2] = q[0];
-        q[-1] = q[1];
-        q[e] = q[e - 2];
-        q[e + 1] = q[e - 1];
-        for (int k = 0; k < kmax; ++k)
-            for (int c = 0; c < 2; ++c) {
-                const int a = q[2 * k - 2 + c], b = q[2 * k + c], d = q[2 * k + 2 + c];
-                dst[4 * k + c] = (int16_t)(a + 6 * b + d);
-                dst[4 * k + 2 + c] = (int16_t)(4 * b + 4 * d);
-            }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
-    }
+    expand_pair_rows(dst, src, src_stride, src_pairs, rows, dst_pairs,
+                     (int)ceil8(2u * (unsigned)src_pairs) / 2);
 }
 
 void collapse_v_c(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values, int rows) {
