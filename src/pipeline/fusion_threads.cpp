@@ -83,9 +83,9 @@ extern "C" VARO_HDR_API void *FusionThreadFunc1(void *arg) {
 
     handoff_wait(&ctx->sync_pyramid, &ctx->sync_pyramid.go, &ctx->sync_pyramid.cond_go);
     BUILD_PYRAMIDS(ctx, HE_IDX, W, "HE_IDX");
-    // Last touch of the context; only the log line below may still run when
-    // the merge returns.
-    handoff_signal(&ctx->sync_pyramid, &ctx->sync_pyramid.he_done, &ctx->sync_pyramid.cond_done);
+    // Logged before the last hand-off rather than after it, so that nothing
+    // but this thread's exit runs once the caller may have returned.
     HDR_LOG("varo_hdr: HE_IDX end\n");
+    handoff_signal(&ctx->sync_pyramid, &ctx->sync_pyramid.he_done, &ctx->sync_pyramid.cond_done);
     return nullptr;
 }
