@@ -1,16 +1,15 @@
 // Kernel-equivalence harness: every instruction-set kernel runs beside its
 // reference on identical copies of random and structured inputs; every buffer
 // it is given must come out byte-identical, and the canaries around each
-// buffer must survive.
-//
-// A test file registers checks with CHECKASM_TEST(name) { ... }; per kernel:
+// buffer must survive.  Per kernel:
 //
 //   if (checkasm_check_func(opt.fusion.foo != ref.fusion.foo, "foo"))
-//       for (each size, until checkasm_failed_current()) {
-//           CheckasmBufs b;  int src = b.add(...), dst = b.add(...);
-//           ... fill b.ref[src] ...
+//       for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {  // stops at the first failure
+//           CheckasmBufs b;
+//           const int src = b.add(bytes, pitch), dst = b.add(...);
+//           checkasm_fill_u8(b.r<uint8_t>(src), ...);                   // fill the reference copy
 //           b.run([&](const HdrDsp &d, bool o) { d.fusion.foo(b.p<uint8_t>(dst, o), ...); },
-//                 i == 2, "foo %dx%d", w, h);  // compares everything; timed with --bench
+//                 c.i == 2, "foo %dx%d", c.w, c.h);                     // compares; timed with --bench
 //       }
 //
 // Usage: checkasm [--seed=N] [--test=substring] [--bench]
@@ -35,9 +34,7 @@ struct CheckasmRegistrar {
 
 const HdrDsp &checkasm_ref(); // reference kernels only
 const HdrDsp &checkasm_opt(); // the instruction set under test over them
-bool checkasm_benching();
-// True when the kernel has an optimised variant in this build and matches
-// --test; starts its line of the report.
+// True when the kernel has an optimised variant in this build and matches --test.
 bool checkasm_check_func(bool has_variant, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 void checkasm_fail(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 bool checkasm_failed_current();
@@ -45,15 +42,15 @@ bool checkasm_failed_current();
 uint32_t checkasm_rand(); // replayable from the seed
 static inline int checkasm_rand_range(int lo, int hi) { return lo + (int)(checkasm_rand() % (uint32_t)(hi - lo + 1)); }
 
-// Content where rounding and saturation break.
+// Content where rounding and saturation break, chosen by pattern % PAT_COUNT.
 enum CheckasmPattern { PAT_RANDOM, PAT_ZERO, PAT_MAX, PAT_CHECKER, PAT_BANDS, PAT_SMOOTH, PAT_COUNT };
-void checkasm_fill_u8(uint8_t *p, ptrdiff_t stride, int w, int h, int pattern);
 void checkasm_fill_s16(int16_t *p, ptrdiff_t stride, int w, int h, int lo, int hi, int pattern);
+void checkasm_fill_u8(uint8_t *p, ptrdiff_t stride, int w, int h, int pattern);
 
-// Sizes to check: every level of top_w x top_h down to the minimum, every
-// width from min_w to min_w + 47 (all residues mod 16 and 32) with a few
-// rows, and random sizes.  Iteration stops at the first failure.  pitch: the
-// context's pitch of a luma level of width w, now and then a wider one.
+// Every level of top_w x top_h down to the minimum, every width from min_w
+// to min_w + 47 (all residues mod 16 and 32) with a few rows, and random
+// sizes; iteration stops at the first failure.  pitch: the context's pitch
+// of a luma level of width w, now and then a wider one.
 struct CheckasmSize {
     int i, w, h, pitch;
 };
@@ -61,14 +58,13 @@ class CheckasmSizes {
   public:
     CheckasmSizes(int top_w, int top_h, int min_w, int min_h);
     struct It {
-        const CheckasmSizes *s;
-        int i;
-        CheckasmSize operator*() const { return s->size[i]; }
-        void operator++() { ++i; }
-        bool operator!=(const It &e) const { return i < e.i && !checkasm_failed_current(); }
+        const CheckasmSize *p;
+        CheckasmSize operator*() const { return *p; }
+        void operator++() { ++p; }
+        bool operator!=(const It &e) const { return p != e.p && !checkasm_failed_current(); }
     };
-    It begin() const { return {this, 0}; }
-    It end() const { return {this, n}; }
+    It begin() const { return {size}; }
+    It end() const { return {size + n}; }
 
   private:
     CheckasmSize size[80];
@@ -79,16 +75,11 @@ class CheckasmSizes {
 struct CheckasmBuf {
     uint8_t *base = nullptr;
     size_t before = 0, size = 0, after = 0;
-    void alloc(size_t before, size_t size, size_t after);
+    void alloc(size_t before, size_t size, size_t after); // random payload
     ~CheckasmBuf();
-    template <class T> T *as(size_t byte_offset = 0) const { return (T *)(base + before + byte_offset); }
     void copy_from(const CheckasmBuf &o);
-    bool canaries_intact(const char *name) const; // reports a failure unless name is null
+    bool canaries_intact(const char *name) const;
 };
-// Whole blocks byte for byte, canaries included; the first difference is
-// reported with a map of rows of `stride` bytes in units of `elem`.
-bool checkasm_compare_blocks(const char *name, const CheckasmBuf &ref, const CheckasmBuf &opt,
-                             size_t stride, int elem);
 
 // The buffers of one kernel call, one copy each for the reference and the
 // optimised run.  Inputs are compared too: a kernel must not write them.
@@ -96,19 +87,20 @@ struct CheckasmBufs {
     CheckasmBuf ref[8], opt[8];
     size_t stride[8];
     int elem[8], n = 0;
-    // `size` random bytes; returns the index.  Fill ref[i] before run().
-    int add(size_t size, size_t stride_bytes = 64, int elem_bytes = 1, size_t before = 32) {
-        ref[n].alloc(before, size, 64);
+    // `size` random bytes, reported in rows of `stride_bytes`; returns the index.
+    int add(size_t size, size_t stride_bytes = 64, int elem_bytes = 1) {
+        ref[n].alloc(32, size, 64);
         stride[n] = stride_bytes ? stride_bytes : 64;
         elem[n] = elem_bytes;
         return n++;
     }
-    template <class T> T *p(int i, bool o, size_t off = 0) { return (o ? opt : ref)[i].template as<T>(off); }
-    template <class T> T *r(int i, size_t off = 0) { return ref[i].template as<T>(off); }
+    template <class T> T *p(int i, bool o, size_t off = 0) { return (T *)((o ? opt : ref)[i].base + 32 + off); }
+    template <class T> T *r(int i, size_t off = 0) { return p<T>(i, false, off); }
     bool compare(const char *name);
     // call(table, is_opt) on both copies, then everything compared.
     template <class F> bool run(F call, bool bench, const char *fmt, ...) __attribute__((format(printf, 4, 5)));
 };
+bool checkasm_benching();
 void checkasm_bench(const char *name, void (*call)(void *, bool), void *ctx);
 
 template <class F> bool CheckasmBufs::run(F call, bool bench, const char *fmt, ...) {
