@@ -90,8 +90,6 @@ template <class T> static void fill(T *p, ptrdiff_t stride, int w, int h, int lo
             p[y * stride + x] = (T)v;
         }
 }
-void checkasm_fill_s16(int16_t *p, ptrdiff_t stride, int w, int h, int lo, int hi, int pat) { fill(p, stride, w, h, lo, hi, pat); }
-void checkasm_fill_u8(uint8_t *p, ptrdiff_t stride, int w, int h, int pat) { fill(p, stride, w, h, 0, 255, pat); }
 
 CheckasmSizes::CheckasmSizes(int top_w, int top_h, int min_w, int min_h) {
     auto add = [this](int w, int h) {
@@ -105,28 +103,27 @@ CheckasmSizes::CheckasmSizes(int top_w, int top_h, int min_w, int min_h) {
     while (n < 72) add(checkasm_rand_range(min_w, 700), checkasm_rand_range(min_h, 60));
 }
 
-static uint8_t canary(size_t i, bool after) { return (uint8_t)(after ? 0x5A ^ (i * 31) : 0xA5 ^ (i * 29)); }
+static uint8_t canary(size_t i) { return (uint8_t)(0xA5 ^ (i * 29)); }
 
-void CheckasmBuf::alloc(size_t b, size_t s, size_t a) {
-    free(base);
-    before = b, size = s, after = a;
-    base = (uint8_t *)aligned_alloc(64, (b + s + a + 63) & ~(size_t)63);
-    for (size_t i = 0; i < b + s + a; ++i) base[i] = i < b ? canary(i, false) : i < b + s ? (uint8_t)checkasm_rand() : canary(i - b - s, true);
+int CheckasmBufs::add(size_t bytes, size_t stride_bytes, int elem_bytes) {
+    ref[n].resize(kBefore + bytes + kAfter);
+    for (size_t i = 0; i < ref[n].size(); ++i)
+        ref[n][i] = i >= kBefore && i < kBefore + bytes ? (uint8_t)checkasm_rand() : canary(i);
+    stride[n] = stride_bytes ? stride_bytes : 64;
+    elem[n] = elem_bytes;
+    return n++;
 }
 
-CheckasmBuf::~CheckasmBuf() { free(base); }
-
-void CheckasmBuf::copy_from(const CheckasmBuf &o) {
-    if (size != o.size || before != o.before || after != o.after) alloc(o.before, o.size, o.after);
-    memcpy(base, o.base, before + size + after);
+int CheckasmBufs::u8(size_t count, size_t pitch, int w, int h, int pattern, size_t lead) {
+    const int i = add(count, pitch, 1);
+    fill(r<uint8_t>(i, lead), pitch, w, h, 0, 255, pattern);
+    return i;
 }
 
-bool CheckasmBuf::canaries_intact(const char *name) const {
-    for (size_t i = 0; i < before; ++i)
-        if (base[i] != canary(i, false)) return checkasm_fail("%s: wrote %zu bytes before the buffer", name, before - i), false;
-    for (size_t i = after; i-- > 0;)
-        if (base[before + size + i] != canary(i, true)) return checkasm_fail("%s: wrote %zu bytes past the buffer", name, i + 1), false;
-    return true;
+int CheckasmBufs::s16(size_t count, size_t pitch, int w, int h, int lo, int hi, int pattern, size_t lead) {
+    const int i = add(count * 2, pitch * 2, 2);
+    fill(r<int16_t>(i, lead), pitch, w, h, lo, hi, pattern);
+    return i;
 }
 
 // Rows around the first difference: '.' equal, 'x' differs.
@@ -148,15 +145,17 @@ static void print_map(const uint8_t *a, const uint8_t *b, size_t bytes, size_t s
 
 bool CheckasmBufs::compare(const char *name) {
     for (int i = 0; i < n; ++i) {
-        const CheckasmBuf &a = ref[i], &b = opt[i];
-        char what[160];
-        snprintf(what, sizeof what, "%s, buffer %d", name, i);
-        if (!a.canaries_intact(what) || !b.canaries_intact(what)) return false;
-        if (memcmp(a.base, b.base, a.before + a.size + a.after) == 0) continue;
-        size_t first = a.before;
-        while (a.base[first] == b.base[first]) ++first;
-        checkasm_fail("%s: output differs", what);
-        if (g_fail_prints <= 4) print_map(a.base + a.before, b.base + b.before, a.size, stride[i], elem[i], first - a.before);
+        const std::vector<uint8_t> &a = ref[i], &b = opt[i];
+        const size_t size = a.size() - kBefore - kAfter;
+        for (const std::vector<uint8_t> *v : {&a, &b})
+            for (size_t k = 0; k < a.size(); k = k + 1 == kBefore ? kBefore + size : k + 1) // the canaries
+                if ((*v)[k] != canary(k))
+                    return checkasm_fail("%s, buffer %d: wrote %s", name, i, k < kBefore ? "before it" : "past it"), false;
+        if (a == b) continue;
+        size_t first = kBefore;
+        while (a[first] == b[first]) ++first;
+        checkasm_fail("%s, buffer %d: output differs", name, i);
+        if (g_fail_prints <= 4) print_map(a.data() + kBefore, b.data() + kBefore, size, stride[i], elem[i], first - kBefore);
         return false;
     }
     return true;

@@ -4,12 +4,11 @@
 // buffer must survive.  Per kernel:
 //
 //   if (checkasm_check_func(opt.fusion.foo != ref.fusion.foo, "foo"))
-//       for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {  // stops at the first failure
+//       for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) { // stops at the first failure
 //           CheckasmBufs b;
-//           const int src = b.add(bytes, pitch), dst = b.add(...);
-//           checkasm_fill_u8(b.r<uint8_t>(src), ...);                   // fill the reference copy
-//           b.run([&](const HdrDsp &d, bool o) { d.fusion.foo(b.p<uint8_t>(dst, o), ...); },
-//                 c.i == 2, "foo %dx%d", c.w, c.h);                     // compares; timed with --bench
+//           const int src = b.u8(c.h * c.pitch, c.pitch, c.w, c.h, c.i), dst = b.s16(...);
+//           b.run([&](const HdrDsp &d, bool o) { d.fusion.foo(b.p<int16_t>(dst, o), b.p<uint8_t>(src, o), ...); },
+//                 c.i == 2, "foo %dx%d", c.w, c.h);                    // compares; timed with --bench
 //       }
 //
 // Usage: checkasm [--seed=N] [--test=substring] [--bench]
@@ -20,6 +19,8 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+
+#include <vector>
 
 #include "common/dsp.h"
 
@@ -42,10 +43,9 @@ bool checkasm_failed_current();
 uint32_t checkasm_rand(); // replayable from the seed
 static inline int checkasm_rand_range(int lo, int hi) { return lo + (int)(checkasm_rand() % (uint32_t)(hi - lo + 1)); }
 
-// Content where rounding and saturation break, chosen by pattern % PAT_COUNT.
+// Content where rounding and saturation break, chosen by pattern % PAT_COUNT
+// (CheckasmBufs::u8 and s16).
 enum CheckasmPattern { PAT_RANDOM, PAT_ZERO, PAT_MAX, PAT_CHECKER, PAT_BANDS, PAT_SMOOTH, PAT_COUNT };
-void checkasm_fill_s16(int16_t *p, ptrdiff_t stride, int w, int h, int lo, int hi, int pattern);
-void checkasm_fill_u8(uint8_t *p, ptrdiff_t stride, int w, int h, int pattern);
 
 // Every level of top_w x top_h down to the minimum, every width from min_w
 // to min_w + 47 (all residues mod 16 and 32) with a few rows, and random
@@ -71,30 +71,19 @@ class CheckasmSizes {
     int n = 0;
 };
 
-// A payload with `before` and `after` bytes of fixed canary around it.
-struct CheckasmBuf {
-    uint8_t *base = nullptr;
-    size_t before = 0, size = 0, after = 0;
-    void alloc(size_t before, size_t size, size_t after); // random payload
-    ~CheckasmBuf();
-    void copy_from(const CheckasmBuf &o);
-    bool canaries_intact(const char *name) const;
-};
-
 // The buffers of one kernel call, one copy each for the reference and the
-// optimised run.  Inputs are compared too: a kernel must not write them.
+// optimised run, with canaries before and after.  Inputs are compared too: a
+// kernel must not write them.  Counts, pitches and offsets are in elements.
 struct CheckasmBufs {
-    CheckasmBuf ref[8], opt[8];
+    static const size_t kBefore = 32, kAfter = 64;
+    std::vector<uint8_t> ref[8], opt[8];
     size_t stride[8];
     int elem[8], n = 0;
-    // `size` random bytes, reported in rows of `stride_bytes`; returns the index.
-    int add(size_t size, size_t stride_bytes = 64, int elem_bytes = 1) {
-        ref[n].alloc(32, size, 64);
-        stride[n] = stride_bytes ? stride_bytes : 64;
-        elem[n] = elem_bytes;
-        return n++;
-    }
-    template <class T> T *p(int i, bool o, size_t off = 0) { return (T *)((o ? opt : ref)[i].base + 32 + off); }
+    // `count` random values; w x h of them from `lead` on filled with the pattern.
+    int u8(size_t count, size_t pitch, int w = 0, int h = 0, int pattern = 0, size_t lead = 0);
+    int s16(size_t count, size_t pitch, int w = 0, int h = 0, int lo = 0, int hi = 0, int pattern = 0, size_t lead = 0);
+    int add(size_t bytes, size_t stride_bytes, int elem_bytes);
+    template <class T> T *p(int i, bool o, size_t off = 0) { return (T *)((o ? opt : ref)[i].data() + kBefore) + off; }
     template <class T> T *r(int i, size_t off = 0) { return p<T>(i, false, off); }
     bool compare(const char *name);
     // call(table, is_opt) on both copies, then everything compared.
@@ -109,7 +98,7 @@ template <class F> bool CheckasmBufs::run(F call, bool bench, const char *fmt, .
     va_start(ap, fmt);
     vsnprintf(name, sizeof name, fmt, ap);
     va_end(ap);
-    for (int i = 0; i < n; ++i) opt[i].copy_from(ref[i]);
+    for (int i = 0; i < n; ++i) opt[i] = ref[i];
     call(checkasm_ref(), false);
     call(checkasm_opt(), true);
     const bool same = compare(name);

@@ -1,6 +1,6 @@
 // Kernels of the luma fusion: weight maps, pyramids, blend and collapse, on
 // every level of 4160x3120 and on small and odd sizes.  Pads written in place
-// before row 0 lie inside the payload, so they are compared too.
+// before row 0 lie inside the buffers, so they are compared too.
 #include <algorithm>
 
 #include "checkasm/checkasm.h"
@@ -22,8 +22,8 @@ void fill_weights(uint8_t *w0, uint8_t *w1, uint8_t *w2, size_t n, int kind) {
 }
 
 // Band values: the real range mostly, the whole 16-bit range (sums wrap) otherwise.
-void fill_bands(int16_t *p, int stride, int w, int h, int i) {
-    checkasm_fill_s16(p, stride, w, h, i % 3 == 2 ? -32768 : -512, i % 3 == 2 ? 32767 : 511, i);
+int bands(CheckasmBufs &b, size_t count, int pitch, int w, int h, int i, size_t lead = 0) {
+    return b.s16(count, pitch, w, h, i % 3 == 2 ? -32768 : -512, i % 3 == 2 ? 32767 : 511, i, lead);
 }
 
 const struct {
@@ -41,11 +41,10 @@ CHECKASM_TEST(fusion) {
     if (checkasm_check_func(opt.weight_well_exposed != ref.weight_well_exposed, "weight_well_exposed"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             CheckasmBufs b;
-            const int luma = b.add((size_t)c.h * c.pitch, c.pitch), mask = b.add((size_t)c.h * (c.w & ~7));
-            const int dst = b.add((size_t)c.h * c.pitch, c.pitch);
-            checkasm_fill_u8(b.r<uint8_t>(luma), c.pitch, c.w, c.h, c.i);
+            const int luma = b.u8((size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i), mask = b.u8((size_t)c.h * (c.w & ~7), 64);
+            const int dst = b.u8((size_t)c.h * c.pitch, c.pitch);
             // Mostly 0/1 as the motion stage writes; any byte now and then, where the product saturates.
-            for (size_t k = 0; c.i % 3 && k < b.ref[mask].size; ++k) b.r<uint8_t>(mask)[k] &= 1;
+            for (size_t k = 0; c.i % 3 && k < (size_t)c.h * (c.w & ~7); ++k) b.r<uint8_t>(mask)[k] &= 1;
             const uint8_t *curve = well_expose + 256 * (c.i % 3);
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.weight_well_exposed(b.p<uint8_t>(dst, o), b.p<uint8_t>(luma, o), c.pitch, b.p<uint8_t>(mask, o), curve, c.w, c.h);
@@ -54,7 +53,7 @@ CHECKASM_TEST(fusion) {
     if (checkasm_check_func(opt.weight_normalize != ref.weight_normalize, "weight_normalize"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             CheckasmBufs b;
-            for (int f = 0; f < 3; ++f) b.add((size_t)c.h * c.pitch, c.pitch);
+            for (int f = 0; f < 3; ++f) b.u8((size_t)c.h * c.pitch, c.pitch);
             fill_weights(b.r<uint8_t>(0), b.r<uint8_t>(1), b.r<uint8_t>(2), (size_t)c.h * c.pitch, c.i % 6);
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.weight_normalize(b.p<uint8_t>(0, o), b.p<uint8_t>(1, o), b.p<uint8_t>(2, o), c.pitch, c.w, c.h);
@@ -64,9 +63,8 @@ CHECKASM_TEST(fusion) {
         if (checkasm_check_func(opt.*k.h != ref.*k.h, "%s_reduce_h", k.name))
             for (const CheckasmSize c : CheckasmSizes(4160, 3120, 3, 1)) {
                 const int n = (int)ceil8((unsigned)c.w >> 1);
-                CheckasmBufs b;
-                const int src = b.add(2 + (size_t)c.h * c.pitch, c.pitch), dst = b.add((size_t)c.h * n * 2, n * 2, 2);
-                checkasm_fill_u8(b.r<uint8_t>(src, 2), c.pitch, c.w, c.h, c.i);
+                CheckasmBufs b; // the row pads are written 2 bytes before row 0
+                const int src = b.u8(2 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 2), dst = b.s16((size_t)c.h * n, n);
                 b.run([&](const HdrDsp &d, bool o) { (d.fusion.*k.h)(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 2), c.pitch, c.w, c.h); },
                       c.i == 2, "%s_reduce_h %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
             }
@@ -74,8 +72,8 @@ CHECKASM_TEST(fusion) {
             for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 2)) {
                 const int out_w = (int)ceil8(c.w);
                 CheckasmBufs b;
-                const int t = b.add((size_t)2 * c.h * out_w * 2, out_w * 2, 2), dst = b.add((size_t)(c.h - 1) * c.pitch + out_w, c.pitch);
-                checkasm_fill_s16(b.r<int16_t>(t), out_w, out_w, 2 * c.h, 0, k.max_sum, c.i);
+                const int t = b.s16((size_t)2 * c.h * out_w, out_w, out_w, 2 * c.h, 0, k.max_sum, c.i);
+                const int dst = b.u8((size_t)(c.h - 1) * c.pitch + out_w, c.pitch);
                 b.run([&](const HdrDsp &d, bool o) { (d.fusion.*k.v)(b.p<uint8_t>(dst, o), c.pitch, b.p<uint16_t>(t, o), out_w, c.h); },
                       c.i == 2, "%s_reduce_v %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
             }
@@ -86,9 +84,8 @@ CHECKASM_TEST(fusion) {
             // past the groups when w is a multiple of 16.
             const int dst_w = 2 * c.w + (int)(checkasm_rand() & 1), dp = (int)ceil8(dst_w);
             CheckasmBufs b;
-            const int src = b.add(1 + (size_t)c.h * c.pitch, c.pitch);
-            const int dst = b.add(((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil16(c.w), dst_w)) * 2, dp * 2, 2);
-            checkasm_fill_u8(b.r<uint8_t>(src, 1), c.pitch, c.w, c.h, c.i);
+            const int src = b.u8(1 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 1);
+            const int dst = b.s16((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil16(c.w), dst_w), dp);
             b.run([&](const HdrDsp &d, bool o) { d.fusion.image_expand_h(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 1), c.pitch, c.w, c.h, dst_w); },
                   c.i == 3, "image_expand_h %dx%d to %d", c.w, c.h, dst_w);
         }
@@ -96,10 +93,8 @@ CHECKASM_TEST(fusion) {
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 4)) {
             const int w8 = (int)ceil8(c.w);
             CheckasmBufs b;
-            const int g = b.add((size_t)c.h * c.pitch, c.pitch), hs = b.add((size_t)(c.h >> 1) * w8 * 2, w8 * 2, 2);
-            const int band = b.add(((size_t)(c.h - 1) * c.pitch + w8) * 2, c.pitch * 2, 2);
-            checkasm_fill_u8(b.r<uint8_t>(g), c.pitch, w8, c.h, c.i);
-            checkasm_fill_s16(b.r<int16_t>(hs), w8, w8, c.h >> 1, 0, 8 * 255, c.i + 1);
+            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, w8, c.h, c.i), hs = b.s16((size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, 0, 8 * 255, c.i + 1);
+            const int band = b.s16((size_t)(c.h - 1) * c.pitch + w8, c.pitch);
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.image_band_v(b.p<int16_t>(band, o), c.pitch, b.p<uint8_t>(g, o), c.pitch, b.p<uint16_t>(hs, o), c.w, c.h);
             }, c.i == 2, "image_band_v %dx%d pitch %d", c.w, c.h, c.pitch);
@@ -107,8 +102,7 @@ CHECKASM_TEST(fusion) {
     if (checkasm_check_func(opt.residual_copy != ref.residual_copy, "residual_copy"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             CheckasmBufs b;
-            const int g = b.add((size_t)c.h * c.pitch, c.pitch), dst = b.add(((size_t)(c.h - 1) * c.pitch + c.w) * 2, c.pitch * 2, 2);
-            checkasm_fill_u8(b.r<uint8_t>(g), c.pitch, c.w, c.h, c.i);
+            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i), dst = b.s16((size_t)(c.h - 1) * c.pitch + c.w, c.pitch);
             b.run([&](const HdrDsp &d, bool o) { d.fusion.residual_copy(b.p<int16_t>(dst, o), b.p<uint8_t>(g, o), c.pitch, c.w, c.h); },
                   false, "residual_copy %dx%d pitch %d", c.w, c.h, c.pitch);
         }
@@ -116,10 +110,8 @@ CHECKASM_TEST(fusion) {
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             const int w8 = (int)ceil8(c.w);
             CheckasmBufs b; // bands 0..2, weights 3..5
-            for (int f = 0; f < 3; ++f)
-                fill_bands(b.r<int16_t>(b.add(((size_t)(c.h - 1) * c.pitch + w8) * 2, c.pitch * 2, 2)), c.pitch, w8, c.h, c.i + f);
-            for (int f = 0; f < 3; ++f)
-                checkasm_fill_u8(b.r<uint8_t>(b.add((size_t)(c.h - 1) * c.pitch + w8, c.pitch)), c.pitch, w8, c.h, c.i + f);
+            for (int f = 0; f < 3; ++f) bands(b, (size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + f);
+            for (int f = 0; f < 3; ++f) b.u8((size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + f);
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.band_blend(b.p<int16_t>(0, o), b.p<int16_t>(1, o), b.p<int16_t>(2, o), c.pitch, b.p<uint8_t>(3, o),
                                     b.p<uint8_t>(4, o), b.p<uint8_t>(5, o), c.pitch, w8, c.h);
@@ -129,19 +121,16 @@ CHECKASM_TEST(fusion) {
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             const int dst_w = 2 * c.w + (int)(checkasm_rand() & 1), dp = (int)ceil8(dst_w);
             CheckasmBufs b;
-            const int src = b.add((1 + (size_t)c.h * c.pitch) * 2, c.pitch * 2, 2);
-            const int dst = b.add(((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil8(c.w), dst_w)) * 2, dp * 2, 2);
-            fill_bands(b.r<int16_t>(src, 2), c.pitch, c.w, c.h, c.i);
-            b.run([&](const HdrDsp &d, bool o) { d.fusion.collapse_expand_h(b.p<int16_t>(dst, o), b.p<int16_t>(src, o, 2), c.pitch, c.w, c.h, dst_w); },
+            const int src = bands(b, 1 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 1);
+            const int dst = b.s16((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil8(c.w), dst_w), dp);
+            b.run([&](const HdrDsp &d, bool o) { d.fusion.collapse_expand_h(b.p<int16_t>(dst, o), b.p<int16_t>(src, o, 1), c.pitch, c.w, c.h, dst_w); },
                   c.i == 3, "collapse_expand_h %dx%d to %d", c.w, c.h, dst_w);
         }
     if (checkasm_check_func(opt.collapse_add_v != ref.collapse_add_v, "collapse_add_v"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 4)) {
             const int w8 = (int)ceil8(c.w);
             CheckasmBufs b;
-            const int hs = b.add((size_t)(c.h >> 1) * w8 * 2, w8 * 2, 2), l = b.add(((size_t)(c.h - 1) * c.pitch + w8) * 2, c.pitch * 2, 2);
-            fill_bands(b.r<int16_t>(hs), w8, w8, c.h >> 1, c.i);
-            fill_bands(b.r<int16_t>(l), c.pitch, w8, c.h, c.i + 1);
+            const int hs = bands(b, (size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, c.i), l = bands(b, (size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + 1);
             b.run([&](const HdrDsp &d, bool o) { d.fusion.collapse_add_v(b.p<int16_t>(l, o), c.pitch, b.p<int16_t>(hs, o), c.w, c.h); },
                   c.i == 2, "collapse_add_v %dx%d pitch %d", c.w, c.h, c.pitch);
         }

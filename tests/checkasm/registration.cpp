@@ -21,8 +21,7 @@ CHECKASM_TEST(registration) {
                 for (int k = 0; k < 7; ++k) {
                     const uint8_t med = (uint8_t)medians[k], tol = (med <= 4 || med >= 251) ? 1 : 4;
                     CheckasmBufs b;
-                    const int src = b.add(((size_t)c.w << L) + 1), dst = b.add(((c.w + 31) >> 5) * 8, 8, 4);
-                    checkasm_fill_u8(b.r<uint8_t>(src), 0, (int)b.ref[src].size, 1, c.i + k);
+                    const int src = b.u8(((size_t)c.w << L) + 1, 64, (c.w << L) + 1, 1, c.i + k), dst = b.add(((c.w + 31) >> 5) * 8, 8, 4);
                     if (!b.run([&](const HdrDsp &d, bool o) {
                             d.reg.bitmap_row[L](b.p<uint8_t>(src, o), c.w, med, tol, b.p<uint32_t>(dst, o));
                         }, c.i == 0 && k == 0, "bitmap_row_l%d width %d median %d", L, c.w, med))
@@ -36,8 +35,7 @@ CHECKASM_TEST(registration) {
                     const unsigned ww = (unsigned)c.w;
                     const bool store = shift & 1;
                     CheckasmBufs b;
-                    const int fixed = b.add(ww * 8, 8, 4), moving = b.add((ww + 1) * 8, 8, 4);
-                    const int diff = b.add(ww * 4, ww * 4, 4), err = b.add(4);
+                    const int fixed = b.add(ww * 8, 8, 4), moving = b.add((ww + 1) * 8, 8, 4), diff = b.add(ww * 4, ww * 4, 4), err = b.add(4, 4, 4);
                     fill_words(b.r<uint32_t>(fixed), ww * 2, kind);
                     fill_words(b.r<uint32_t>(moving), (ww + 1) * 2, (kind + shift) & 3);
                     b.run([&](const HdrDsp &d, bool o) {
@@ -57,8 +55,7 @@ CHECKASM_TEST(ghost) {
                 // Packed mask rows as the stage writes them, or a padded pitch.
                 const int ds = w + (k & 1) * 7;
                 CheckasmBufs b;
-                const int src = b.add((size_t)src_stride * 2, src_stride), dst = b.add((size_t)ds + w, ds);
-                checkasm_fill_u8(b.r<uint8_t>(src), src_stride, w, 2, c.i + k);
+                const int src = b.u8((size_t)src_stride * 2, src_stride, w, 2, c.i + k), dst = b.u8((size_t)ds + w, ds);
                 if (!b.run([&](const HdrDsp &d, bool o) {
                         d.ghost.mask_rows(b.p<uint8_t>(src, o), src_stride, b.p<uint8_t>(dst, o), ds, (unsigned)w, thresholds[k]);
                     }, c.i == 0 && k == 4, "mask_rows width %d pitch %d threshold %d", w, ds, thresholds[k]))

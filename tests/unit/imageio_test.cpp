@@ -53,34 +53,22 @@ TEST(ImageIo, Nv12KnownColours) {
     }
 }
 
-TEST(ImageIo, BracketSetsLoadWithSizeAndRoles) {
+TEST(ImageIo, BracketSetLoadsWithSizeAndRoles) {
     const std::string root = bracket_data_dir();
     if (root.empty()) GTEST_SKIP() << "bracket data not present";
-    const struct {
-        const char *set;
-        int w, h;
-        uint32_t le, ae, he;
-    } cases[] = {
-        {"horse_stable", 1024, 690, 1000, 2000, 4000},
-        {"memorial_church", 512, 768, 250000, 2000000, 16000000},
-        {"street_bmw_x5_bayer", 1984, 1264, 400, 1600, 6400},
-    };
-    for (const auto &c : cases) {
-        BracketSet set;
-        std::string err;
-        ASSERT_TRUE(load_bracket_set(root + "/" + c.set, &set, &err)) << c.set << ": " << err;
-        EXPECT_EQ(std::vector<uint32_t>({set.exposure_units[LE_IDX], set.exposure_units[AE_IDX], set.exposure_units[HE_IDX]}),
-                  std::vector<uint32_t>({c.le, c.ae, c.he})) << c.set;
-        double mean[3] = {};
-        for (int f = 0; f < 3; ++f) {
-            ASSERT_EQ(set.frame[f].width, c.w) << c.set;
-            ASSERT_EQ(set.frame[f].height, c.h) << c.set;
-            for (uint8_t v : set.frame[f].rgb) mean[f] += v;
-        }
-        // Roles: brightness rises from LE to AE to HE.
-        EXPECT_LT(mean[LE_IDX], mean[AE_IDX]) << c.set;
-        EXPECT_LT(mean[AE_IDX], mean[HE_IDX]) << c.set;
+    BracketSet set;
+    std::string err;
+    ASSERT_TRUE(load_bracket_set(root + "/memorial_church", &set, &err)) << err;
+    EXPECT_EQ(std::vector<uint32_t>({set.exposure_units[LE_IDX], set.exposure_units[AE_IDX], set.exposure_units[HE_IDX]}),
+              std::vector<uint32_t>({250000, 2000000, 16000000}));
+    double mean[3] = {};
+    for (int f = 0; f < 3; ++f) {
+        EXPECT_EQ(std::make_pair(set.frame[f].width, set.frame[f].height), std::make_pair(512, 768));
+        for (uint8_t v : set.frame[f].rgb) mean[f] += v;
     }
+    // Roles: brightness rises from LE to AE to HE.
+    EXPECT_LT(mean[LE_IDX], mean[AE_IDX]);
+    EXPECT_LT(mean[AE_IDX], mean[HE_IDX]);
 }
 
 TEST(MergeTool, ArgumentsAcceptedAndRejected) {
@@ -94,11 +82,9 @@ TEST(MergeTool, ArgumentsAcceptedAndRejected) {
         {{"--he", "a", "--le", "b", "--ae", "c"}, false}, // no exposures
         {{"--he", "a", "--le", "b"}, false},              // incomplete set
         {{"--he", "a", "--le", "b", "--ae", "c", "--bracket", "d", "--exposure-units", "1,2,3"}, false},
-        {{"--exposure-units", "1,2"}, false},          {{"--exposure-units", "1,0,3"}, false},
-        {{"--exposure-units", "1,2,3x"}, false},       {{"--exposure-units", "4294967296,1,1"}, false},
-        {{"--size", "641x360"}, false},                {{"--size", "4162x3120"}, false},
-        {{"--size", "4160x3120"}, true},               {{"--size", "64x64"}, false},
-        {{"--size"}, false},                           {{"--bogus"}, false},
+        {{"--exposure-units", "1,2"}, false}, {{"--exposure-units", "1,0,3"}, false}, {{"--exposure-units", "1,2,3x"}, false},
+        {{"--exposure-units", "4294967296,1,1"}, false}, {{"--size", "641x360"}, false}, {{"--size", "4162x3120"}, false},
+        {{"--size", "4160x3120"}, true}, {{"--size", "64x64"}, false}, {{"--size"}, false}, {{"--bogus"}, false},
     };
     for (const auto &c : cases) {
         std::vector<const char *> argv = {"varo_hdr_merge"};

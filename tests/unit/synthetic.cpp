@@ -102,3 +102,11 @@ TestBracket make_bracket(int W, int H, const BracketOptions &o) {
     }
     return b;
 }
+
+LumaFrame textured_frame(int width, int height, uint32_t seed) {
+    BracketOptions o;
+    o.seed = seed;
+    const TestBracket b = make_bracket(width, height, o);
+    const uint8_t *luma = b.frame[AE_IDX].luma();
+    return LumaFrame{width, height, std::vector<uint8_t>(luma, luma + (size_t)width * height)};
+}
