@@ -83,7 +83,8 @@ template <class T> static void fill(T *p, ptrdiff_t stride, int w, int h, int lo
             case PAT_CHECKER: v = ((x ^ y) & 1) ? hi : lo; break;
             case PAT_BANDS: v = ((x / band) & 1) ? hi : lo; break; // stripes of min/max, widths 1..5
             case PAT_SMOOTH: // gentle ramps with noise
-                v = clamp_int(lo + (int)((int64_t)(x * 7 + y * 3) * range / 512 % (range + 1)) + checkasm_rand_range(-2, 2), lo, hi);
+                v = clamp_int(lo + (int)((int64_t)(x * 7 + y * 3) * range / 512 % (range + 1)) +
+                    checkasm_rand_range(-2, 2), lo, hi);
                 break;
             default: v = lo + (int)(checkasm_rand() % (uint32_t)(range + 1));
             }

@@ -27,18 +27,21 @@ CHECKASM_TEST(chroma) {
             CheckasmBufs b;
             const int src = b.u8((size_t)span * sstride + ceil16(bytes), sstride, bytes, c.rows, c.i);
             const int dst = b.u8((size_t)span * c.stride + ceil16(bytes), c.stride);
-            b.run([&](const HdrDsp &d, bool o) { d.chroma.copy_flip(b.p<int8_t>(dst, o), c.stride, b.p<uint8_t>(src, o), sstride, bytes, c.rows); },
-                  c.i == 0, "copy_flip %dx%d", c.pairs, c.rows);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.chroma.copy_flip(b.p<int8_t>(dst, o), c.stride, b.p<uint8_t>(src, o), sstride, bytes, c.rows);
+            }, c.i == 0, "copy_flip %dx%d", c.pairs, c.rows);
         }
     if (checkasm_check_func(opt.reduce_h != ref.reduce_h || opt.reduce_v != ref.reduce_v, "chroma_reduce"))
         for (Level c : CheckasmSizes(2080, 1560, 1, 2)) {
             // Horizontal half: reads up to 2 * out_values + 3 bytes of a row.
             const int out_values = (int)ceil8(2u * (unsigned)(c.pairs >> 1)), crows = c.rows >> 1, trows = std::max(2 * crows, 3);
             CheckasmBufs b;
-            const int g = b.u8(kGuard + (size_t)(c.rows - 1) * c.stride + 2 * out_values + 24, c.stride, 2 * c.pairs, c.rows, c.i, kGuard);
+            const int g = b.u8(kGuard + (size_t)(c.rows - 1) * c.stride + 2 * out_values + 24,
+                               c.stride, 2 * c.pairs, c.rows, c.i, kGuard);
             const int t = b.s16((size_t)c.rows * out_values, out_values);
-            if (!b.run([&](const HdrDsp &d, bool o) { d.chroma.reduce_h(b.p<int16_t>(t, o), b.p<int8_t>(g, o, kGuard), c.stride, c.pairs, c.rows); },
-                       c.i == 0, "reduce_h %dx%d", c.pairs, c.rows))
+            if (!b.run([&](const HdrDsp &d, bool o) {
+                    d.chroma.reduce_h(b.p<int16_t>(t, o), b.p<int8_t>(g, o, kGuard), c.stride, c.pairs, c.rows);
+                }, c.i == 0, "reduce_h %dx%d", c.pairs, c.rows))
                 break;
             // Vertical half on its own inputs: the whole range of t.
             CheckasmBufs v;
@@ -53,7 +56,8 @@ CHECKASM_TEST(chroma) {
             // The coarser level (pairs >> 1, rows >> 1) expanded back to c, then the band against c.
             const int sp = c.pairs >> 1, srows = c.rows >> 1, pitch = (int)ceil8(2u * (unsigned)c.pairs);
             CheckasmBufs b;
-            const int q = b.u8(kGuard + (size_t)(srows - 1) * c.coarse_stride + ceil16(2u * sp) + 24, c.coarse_stride, 2 * sp, srows, c.i, kGuard);
+            const int q = b.u8(kGuard + (size_t)(srows - 1) * c.coarse_stride + ceil16(2u * sp) + 24,
+                               c.coarse_stride, 2 * sp, srows, c.i, kGuard);
             const int h = b.s16((size_t)(srows - 1) * pitch + std::max(2 * (int)ceil16(2u * (unsigned)sp), 2 * c.pairs), pitch);
             if (!b.run([&](const HdrDsp &d, bool o) {
                     d.chroma.expand_h(b.p<int16_t>(h, o), b.p<int8_t>(q, o, kGuard), c.coarse_stride, sp, srows, c.pairs);
@@ -61,17 +65,21 @@ CHECKASM_TEST(chroma) {
                 break;
             CheckasmBufs e;
             const int hv = e.s16((size_t)srows * pitch, pitch, pitch, srows, -1024, 1016, c.i + 2);
-            const int g = e.u8((size_t)c.rows * c.stride, c.stride, c.stride, c.rows, c.i + 3), band = e.s16((size_t)(c.rows - 1) * c.stride + pitch, c.stride);
+            const int g = e.u8((size_t)c.rows * c.stride, c.stride, c.stride, c.rows, c.i + 3);
+            const int band = e.s16((size_t)(c.rows - 1) * c.stride + pitch, c.stride);
             e.run([&](const HdrDsp &d, bool o) {
-                d.chroma.expand_band(e.p<int16_t>(band, o), c.stride, e.p<int8_t>(g, o), c.stride, e.p<int16_t>(hv, o), 2 * c.pairs, c.rows, c.i & 1);
+                d.chroma.expand_band(e.p<int16_t>(band, o), c.stride, e.p<int8_t>(g, o), c.stride,
+                                     e.p<int16_t>(hv, o), 2 * c.pairs, c.rows, c.i & 1);
             }, c.i == 0, "expand_band %dx%d zero edges %d", c.pairs, c.rows, c.i & 1);
         }
     if (checkasm_check_func(opt.residual != ref.residual, "chroma_residual"))
         for (Level c : CheckasmSizes(2080, 1560, 1, 1)) {
             CheckasmBufs b;
-            const int g = b.u8((size_t)c.rows * c.stride, c.stride, c.stride, c.rows, c.i), r = b.s16((size_t)(c.rows - 1) * c.stride + 2 * c.pairs, c.stride);
-            b.run([&](const HdrDsp &d, bool o) { d.chroma.residual(b.p<int16_t>(r, o), c.stride, b.p<int8_t>(g, o), c.stride, 2 * c.pairs, c.rows); },
-                  false, "residual %dx%d", c.pairs, c.rows);
+            const int g = b.u8((size_t)c.rows * c.stride, c.stride, c.stride, c.rows, c.i);
+            const int r = b.s16((size_t)(c.rows - 1) * c.stride + 2 * c.pairs, c.stride);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.chroma.residual(b.p<int16_t>(r, o), c.stride, b.p<int8_t>(g, o), c.stride, 2 * c.pairs, c.rows);
+            }, false, "residual %dx%d", c.pairs, c.rows);
         }
     if (checkasm_check_func(opt.blend != ref.blend, "chroma_blend"))
         for (Level c : CheckasmSizes(2080, 1560, 1, 2)) {
@@ -79,8 +87,10 @@ CHECKASM_TEST(chroma) {
             if (c.i % 3 == 2 && c.pairs > 8) c.set_width((c.w & ~15) + 2), c.pairs = c.w >> 1;
             const int wstride = (c.pairs + 10) & ~7, values = 2 * (int)ceil8((unsigned)c.pairs);
             CheckasmBufs b; // bands 0..2 over the full 16-bit range, weights 3..5
-            for (int f = 0; f < 3; ++f) b.s16((size_t)(c.rows - 1) * c.stride + values, c.stride, std::min(values, c.stride), c.rows, -32768, 32767, c.i + f);
-            for (int f = 0; f < 3; ++f) b.u8((size_t)(c.rows - 1) * wstride + ceil8(c.pairs), wstride, (int)ceil8(c.pairs), c.rows, c.i + 3 + f);
+            for (int f = 0; f < 3; ++f) b.s16((size_t)(c.rows - 1) * c.stride + values, c.stride,
+                      std::min(values, c.stride), c.rows, -32768, 32767, c.i + f);
+            for (int f = 0; f < 3; ++f) b.u8((size_t)(c.rows - 1) * wstride + ceil8(c.pairs),
+                      wstride, (int)ceil8(c.pairs), c.rows, c.i + 3 + f);
             b.run([&](const HdrDsp &d, bool o) {
                 d.chroma.blend(b.p<int16_t>(0, o), b.p<int16_t>(1, o), b.p<int16_t>(2, o), c.stride, b.p<uint8_t>(3, o),
                                b.p<uint8_t>(4, o), b.p<uint8_t>(5, o), wstride, c.pairs, c.rows);
@@ -96,13 +106,15 @@ CHECKASM_TEST(chroma) {
             CheckasmBufs b;
             const int q = b.s16(guard + (size_t)(srows - 1) * ss + svalues + 16, ss, ss, srows, lo, hi, c.i, guard);
             const int h = b.s16((size_t)(srows - 1) * pitch + std::max(2 * svalues, 2 * c.pairs), pitch);
-            if (!b.run([&](const HdrDsp &d, bool o) { d.chroma.collapse_h(b.p<int16_t>(h, o), b.p<int16_t>(q, o, guard), ss, sp, srows, c.pairs); },
-                       c.i == 0, "collapse_h %dx%d", c.pairs, c.rows))
+            if (!b.run([&](const HdrDsp &d, bool o) {
+                    d.chroma.collapse_h(b.p<int16_t>(h, o), b.p<int16_t>(q, o, guard), ss, sp, srows, c.pairs);
+                }, c.i == 0, "collapse_h %dx%d", c.pairs, c.rows))
                 break;
             CheckasmBufs v;
             const int hv = v.s16((size_t)srows * pitch, pitch, pitch, srows, lo, hi, c.i + 1);
             const int dst = v.s16((size_t)(c.rows - 1) * c.stride + pitch, c.stride, pitch, c.rows, lo, hi, c.i + 2);
-            v.run([&](const HdrDsp &d, bool o) { d.chroma.collapse_v(v.p<int16_t>(dst, o), c.stride, v.p<int16_t>(hv, o), 2 * c.pairs, c.rows); },
-                  c.i == 0, "collapse_v %dx%d", c.pairs, c.rows);
+            v.run([&](const HdrDsp &d, bool o) {
+                d.chroma.collapse_v(v.p<int16_t>(dst, o), c.stride, v.p<int16_t>(hv, o), 2 * c.pairs, c.rows);
+            }, c.i == 0, "collapse_v %dx%d", c.pairs, c.rows);
         }
 }

@@ -47,7 +47,8 @@ CHECKASM_TEST(fusion) {
             for (size_t k = 0; c.i % 3 && k < (size_t)c.h * (c.w & ~7); ++k) b.r<uint8_t>(mask)[k] &= 1;
             const uint8_t *curve = well_expose + 256 * (c.i % 3);
             b.run([&](const HdrDsp &d, bool o) {
-                d.fusion.weight_well_exposed(b.p<uint8_t>(dst, o), b.p<uint8_t>(luma, o), c.pitch, b.p<uint8_t>(mask, o), curve, c.w, c.h);
+                d.fusion.weight_well_exposed(b.p<uint8_t>(dst, o), b.p<uint8_t>(luma, o), c.pitch,
+                                             b.p<uint8_t>(mask, o), curve, c.w, c.h);
             }, c.i == 2, "weight_well_exposed %dx%d pitch %d", c.w, c.h, c.pitch);
         }
     if (checkasm_check_func(opt.weight_normalize != ref.weight_normalize, "weight_normalize"))
@@ -65,8 +66,9 @@ CHECKASM_TEST(fusion) {
                 const int n = (int)ceil8((unsigned)c.w >> 1);
                 CheckasmBufs b; // the row pads are written 2 bytes before row 0
                 const int src = b.u8(2 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 2), dst = b.s16((size_t)c.h * n, n);
-                b.run([&](const HdrDsp &d, bool o) { (d.fusion.*k.h)(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 2), c.pitch, c.w, c.h); },
-                      c.i == 2, "%s_reduce_h %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
+                b.run([&](const HdrDsp &d, bool o) {
+                    (d.fusion.*k.h)(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 2), c.pitch, c.w, c.h);
+                }, c.i == 2, "%s_reduce_h %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
             }
         if (checkasm_check_func(opt.*k.v != ref.*k.v, "%s_reduce_v", k.name))
             for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 2)) {
@@ -74,8 +76,9 @@ CHECKASM_TEST(fusion) {
                 CheckasmBufs b;
                 const int t = b.s16((size_t)2 * c.h * out_w, out_w, out_w, 2 * c.h, 0, k.max_sum, c.i);
                 const int dst = b.u8((size_t)(c.h - 1) * c.pitch + out_w, c.pitch);
-                b.run([&](const HdrDsp &d, bool o) { (d.fusion.*k.v)(b.p<uint8_t>(dst, o), c.pitch, b.p<uint16_t>(t, o), out_w, c.h); },
-                      c.i == 2, "%s_reduce_v %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
+                b.run([&](const HdrDsp &d, bool o) {
+                    (d.fusion.*k.v)(b.p<uint8_t>(dst, o), c.pitch, b.p<uint16_t>(t, o), out_w, c.h);
+                }, c.i == 2, "%s_reduce_v %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
             }
     }
     if (checkasm_check_func(opt.image_expand_h != ref.image_expand_h, "image_expand_h"))
@@ -86,25 +89,30 @@ CHECKASM_TEST(fusion) {
             CheckasmBufs b;
             const int src = b.u8(1 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 1);
             const int dst = b.s16((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil16(c.w), dst_w), dp);
-            b.run([&](const HdrDsp &d, bool o) { d.fusion.image_expand_h(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 1), c.pitch, c.w, c.h, dst_w); },
-                  c.i == 3, "image_expand_h %dx%d to %d", c.w, c.h, dst_w);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.fusion.image_expand_h(b.p<uint16_t>(dst, o), b.p<uint8_t>(src, o, 1), c.pitch, c.w, c.h, dst_w);
+            }, c.i == 3, "image_expand_h %dx%d to %d", c.w, c.h, dst_w);
         }
     if (checkasm_check_func(opt.image_band_v != ref.image_band_v, "image_band_v"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 4)) {
             const int w8 = (int)ceil8(c.w);
             CheckasmBufs b;
-            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, w8, c.h, c.i), hs = b.s16((size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, 0, 8 * 255, c.i + 1);
+            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, w8, c.h, c.i);
+            const int hs = b.s16((size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, 0, 8 * 255, c.i + 1);
             const int band = b.s16((size_t)(c.h - 1) * c.pitch + w8, c.pitch);
             b.run([&](const HdrDsp &d, bool o) {
-                d.fusion.image_band_v(b.p<int16_t>(band, o), c.pitch, b.p<uint8_t>(g, o), c.pitch, b.p<uint16_t>(hs, o), c.w, c.h);
+                d.fusion.image_band_v(b.p<int16_t>(band, o), c.pitch, b.p<uint8_t>(g, o), c.pitch,
+                                      b.p<uint16_t>(hs, o), c.w, c.h);
             }, c.i == 2, "image_band_v %dx%d pitch %d", c.w, c.h, c.pitch);
         }
     if (checkasm_check_func(opt.residual_copy != ref.residual_copy, "residual_copy"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
             CheckasmBufs b;
-            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i), dst = b.s16((size_t)(c.h - 1) * c.pitch + c.w, c.pitch);
-            b.run([&](const HdrDsp &d, bool o) { d.fusion.residual_copy(b.p<int16_t>(dst, o), b.p<uint8_t>(g, o), c.pitch, c.w, c.h); },
-                  false, "residual_copy %dx%d pitch %d", c.w, c.h, c.pitch);
+            const int g = b.u8((size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i);
+            const int dst = b.s16((size_t)(c.h - 1) * c.pitch + c.w, c.pitch);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.fusion.residual_copy(b.p<int16_t>(dst, o), b.p<uint8_t>(g, o), c.pitch, c.w, c.h);
+            }, false, "residual_copy %dx%d pitch %d", c.w, c.h, c.pitch);
         }
     if (checkasm_check_func(opt.band_blend != ref.band_blend, "band_blend"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
@@ -123,15 +131,18 @@ CHECKASM_TEST(fusion) {
             CheckasmBufs b;
             const int src = bands(b, 1 + (size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i, 1);
             const int dst = b.s16((size_t)(c.h - 1) * dp + std::max(2 * (int)ceil8(c.w), dst_w), dp);
-            b.run([&](const HdrDsp &d, bool o) { d.fusion.collapse_expand_h(b.p<int16_t>(dst, o), b.p<int16_t>(src, o, 1), c.pitch, c.w, c.h, dst_w); },
-                  c.i == 3, "collapse_expand_h %dx%d to %d", c.w, c.h, dst_w);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.fusion.collapse_expand_h(b.p<int16_t>(dst, o), b.p<int16_t>(src, o, 1), c.pitch, c.w, c.h, dst_w);
+            }, c.i == 3, "collapse_expand_h %dx%d to %d", c.w, c.h, dst_w);
         }
     if (checkasm_check_func(opt.collapse_add_v != ref.collapse_add_v, "collapse_add_v"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 4)) {
             const int w8 = (int)ceil8(c.w);
             CheckasmBufs b;
-            const int hs = bands(b, (size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, c.i), l = bands(b, (size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + 1);
-            b.run([&](const HdrDsp &d, bool o) { d.fusion.collapse_add_v(b.p<int16_t>(l, o), c.pitch, b.p<int16_t>(hs, o), c.w, c.h); },
-                  c.i == 2, "collapse_add_v %dx%d pitch %d", c.w, c.h, c.pitch);
+            const int hs = bands(b, (size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, c.i);
+            const int l = bands(b, (size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + 1);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.fusion.collapse_add_v(b.p<int16_t>(l, o), c.pitch, b.p<int16_t>(hs, o), c.w, c.h);
+            }, c.i == 2, "collapse_add_v %dx%d pitch %d", c.w, c.h, c.pitch);
         }
 }

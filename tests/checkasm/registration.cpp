@@ -6,7 +6,8 @@ namespace {
 
 void fill_words(uint32_t *p, size_t n, int kind) {
     for (size_t i = 0; i < n; ++i)
-        p[i] = kind == 0 ? checkasm_rand() : kind == 1 ? ~0u : kind == 2 ? 0 : (i & 1) ? 0xAAAAAAAAu : checkasm_rand() & checkasm_rand();
+        p[i] = kind == 0 ? checkasm_rand() : kind == 1 ? ~0u : kind == 2 ? 0 :
+               (i & 1) ? 0xAAAAAAAAu : checkasm_rand() & checkasm_rand();
 }
 
 } // namespace
@@ -21,7 +22,8 @@ CHECKASM_TEST(registration) {
                 for (int k = 0; k < 7; ++k) {
                     const uint8_t med = (uint8_t)medians[k], tol = (med <= 4 || med >= 251) ? 1 : 4;
                     CheckasmBufs b;
-                    const int src = b.u8(((size_t)c.w << L) + 1, 64, (c.w << L) + 1, 1, c.i + k), dst = b.add(((c.w + 31) >> 5) * 8, 8, 4);
+                    const int src = b.u8(((size_t)c.w << L) + 1, 64, (c.w << L) + 1, 1, c.i + k);
+                    const int dst = b.add(((c.w + 31) >> 5) * 8, 8, 4);
                     if (!b.run([&](const HdrDsp &d, bool o) {
                             d.reg.bitmap_row[L](b.p<uint8_t>(src, o), c.w, med, tol, b.p<uint32_t>(dst, o));
                         }, c.i == 0 && k == 0, "bitmap_row_l%d width %d median %d", L, c.w, med))
@@ -35,7 +37,8 @@ CHECKASM_TEST(registration) {
                     const unsigned ww = (unsigned)c.w;
                     const bool store = shift & 1;
                     CheckasmBufs b;
-                    const int fixed = b.add(ww * 8, 8, 4), moving = b.add((ww + 1) * 8, 8, 4), diff = b.add(ww * 4, ww * 4, 4), err = b.add(4, 4, 4);
+                    const int fixed = b.add(ww * 8, 8, 4), moving = b.add((ww + 1) * 8, 8, 4);
+                    const int diff = b.add(ww * 4, ww * 4, 4), err = b.add(4, 4, 4);
                     fill_words(b.r<uint32_t>(fixed), ww * 2, kind);
                     fill_words(b.r<uint32_t>(moving), (ww + 1) * 2, (kind + shift) & 3);
                     b.run([&](const HdrDsp &d, bool o) {

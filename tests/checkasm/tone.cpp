@@ -14,7 +14,8 @@ CHECKASM_TEST(tone) {
             const bool full = c.i < 3 || (c.i & 1);
             const int lo = full ? -32768 : -300, hi = c.i == 1 ? -32768 : full ? 32767 : 600;
             CheckasmBufs b;
-            const int luma = b.s16((size_t)h * stride, stride, stride, h, lo, hi, c.i == 0 ? PAT_MAX : c.i), out = b.u8(sizeof(ToneStats), 8);
+            const int luma = b.s16((size_t)h * stride, stride, stride, h, lo, hi, c.i == 0 ? PAT_MAX : c.i);
+            const int out = b.u8(sizeof(ToneStats), 8);
             b.run([&](const HdrDsp &d, bool o) { d.tone.stats(b.p<ToneStats>(out, o), b.p<int16_t>(luma, o), stride, w16, h); },
                   c.i == 0, "stats %dx%d [%d, %d]", w16, h, lo, hi);
         }
@@ -39,9 +40,12 @@ CHECKASM_TEST(tone) {
             curve.high_anchor = (int16_t)(any ? (int)checkasm_rand() : checkasm_rand_range(250, 500));
             tone_gain_table(gain, lut, curve.lo, curve.hi, curve.low_anchor, curve.high_anchor);
             CheckasmBufs b;
-            const int luma = b.s16((size_t)2 * pairs * lstride, lstride, lstride, 2 * pairs, full ? -32768 : -200, full ? 32767 : 500, c.i);
-            const int chroma = b.s16((size_t)pairs * cstride, cstride, cstride, pairs, c.i & 1 ? -32768 : -300, c.i & 1 ? 32767 : 300, c.i + 1);
-            const int ol = b.u8((size_t)(2 * pairs - 1) * out_pitch + w8, out_pitch), oc = b.u8((size_t)(pairs - 1) * out_pitch + w8, out_pitch);
+            const int luma = b.s16((size_t)2 * pairs * lstride, lstride, lstride, 2 * pairs,
+                                   full ? -32768 : -200, full ? 32767 : 500, c.i);
+            const int chroma = b.s16((size_t)pairs * cstride, cstride, cstride, pairs,
+                                     c.i & 1 ? -32768 : -300, c.i & 1 ? 32767 : 300, c.i + 1);
+            const int ol = b.u8((size_t)(2 * pairs - 1) * out_pitch + w8, out_pitch);
+            const int oc = b.u8((size_t)(pairs - 1) * out_pitch + w8, out_pitch);
             b.run([&](const HdrDsp &d, bool o) {
                 d.tone.map(b.p<uint8_t>(ol, o), b.p<uint8_t>(oc, o), out_pitch, b.p<int16_t>(luma, o), lstride,
                            b.p<int16_t>(chroma, o), cstride, w8, pairs, &curve);

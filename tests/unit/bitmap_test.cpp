@@ -16,7 +16,9 @@ void scribble(HdrBitmapLevel *pyr) {
     for (int L = 0; L < 6; ++L) memset(pyr[L].buffer, 0xC3, pyr[L].buffer_bytes);
 }
 
-bool all_zero(const HdrBitmapLevel &lv) { return std::all_of(lv.buffer, lv.buffer + lv.buffer_bytes, [](uint8_t b) { return !b; }); }
+bool all_zero(const HdrBitmapLevel &lv) {
+    return std::all_of(lv.buffer, lv.buffer + lv.buffer_bytes, [](uint8_t b) { return !b; });
+}
 
 uint32_t word(const HdrBitmapLevel &lv, int row, int pair, int which) {
     return lv.bits[((size_t)row * lv.stride_words + pair) * 2 + which];

@@ -85,7 +85,8 @@ TEST(ImageNormalize, IdentityZeroDivisorAndChromaScale) {
     for (int y = 0; y < 8; ++y)
         for (int x = 0; x < 32; ++x) {
             ASSERT_EQ(f.y(x, y), f.Y(x, y)) << x << "," << y;
-            if (y < 4) { ASSERT_EQ(f.c(x, y), y == 0 && x < 2 ? 128 : std::min(255, std::max(0, ds[(x + y) % 9] + 128))) << x << "," << y; }
+            if (y < 4) { ASSERT_EQ(f.c(x, y), y == 0 && x < 2 ? 128 : std::min(255, std::max(0, ds[(x + y) % 9] + 128)))
+                        << x << "," << y; }
         }
 }
 

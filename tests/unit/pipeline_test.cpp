@@ -70,13 +70,15 @@ TEST(Merge, GoldenOutputsPlantedOffsetsAndDeterminism) {
             EXPECT_EQ(std::vector<int64_t>(r.begin() + HE_X, r.begin() + LUMA),
                       (std::vector<int64_t>{g.opt.he_dx, g.opt.he_dy, g.opt.le_dx, g.opt.le_dy})) << what;
             EXPECT_EQ(ctx->le_flag || ctx->he_flag, g.ghost_stage) << what;
-            for (int i = 0; i < (g.w < 2000 ? kRepeats : 2) && !HasFailure(); ++i) EXPECT_EQ(merge(ctx, b), r) << what << " run " << i;
+            for (int i = 0; i < (g.w < 2000 ? kRepeats : 2) && !HasFailure(); ++i)
+                EXPECT_EQ(merge(ctx, b), r) << what << " run " << i;
         }
     }
 }
 
 TEST(Merge, SequentialMergesOfDifferentSizesMatchFreshContexts) {
-    for (const auto &s : {std::make_pair(328, 200), std::make_pair(256, 192), std::make_pair(400, 304), std::make_pair(328, 200)}) {
+    for (const auto &s : {std::make_pair(328, 200), std::make_pair(256, 192),
+                        std::make_pair(400, 304), std::make_pair(328, 200)}) {
         const TestBracket b = make_bracket(s.first, s.second, shifted(s.first == 400));
         const std::vector<int64_t> reused = merge(shared_context(), b);
         HdrContext *fresh = nullptr;
@@ -162,7 +164,8 @@ TEST(Merge, LogLinesCountersAndStdout) {
         EXPECT_EQ(log.count(line), 1) << line;
     for (const std::string f : {"HE_IDX", "LE_IDX", "AE_IDX"}) {
         for (const std::string stage : {"WeightGaussPyramid", "ImageLaplacianPyramid", "ImageLaplacianPyramidChroma"})
-            for (const char *end : {" start\n", " end\n"}) EXPECT_TRUE(log.contains("varo_hdr: " + stage + " " + f + end)) << stage << f;
+            for (const char *end : {" start\n", " end\n"})
+                EXPECT_TRUE(log.contains("varo_hdr: " + stage + " " + f + end)) << stage << f;
         EXPECT_TRUE(log.contains("varo_hdr: WeightWellExposed " + f + " end\n")) << f;
     }
     // Thread 1 may still be writing its last line when the merge returns.
