@@ -1,7 +1,6 @@
 #include "alloc/alloc_hook.h"
 
 #include <pthread.h>
-#include <stdint.h>
 #include <string.h>
 
 extern "C" void *__libc_malloc(size_t);
@@ -12,19 +11,15 @@ extern "C" void *__libc_realloc(void *, size_t);
 namespace {
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 bool g_armed;
-int g_fail_at = -1;
-int g_seen;
-constexpr int kMax = 4096;
-AllocRecord g_records[kMax];
-int g_count;
-bool g_freed[kMax];
+int g_fail_at = -1, g_count;
+AllocRecord g_records[4096];
+bool g_freed[4096];
 } // namespace
 
 void alloc_hook_arm(int fail_at) {
     pthread_mutex_lock(&g_lock);
     g_armed = true;
     g_fail_at = fail_at;
-    g_seen = 0;
     g_count = 0;
     memset(g_freed, 0, sizeof g_freed);
     pthread_mutex_unlock(&g_lock);
@@ -33,11 +28,8 @@ void alloc_hook_arm(int fail_at) {
 std::vector<AllocRecord> alloc_hook_disarm() {
     pthread_mutex_lock(&g_lock);
     g_armed = false;
-    std::vector<AllocRecord> out;
-    int n = g_count;
     pthread_mutex_unlock(&g_lock);
-    out.assign(g_records, g_records + n); // may allocate: unlocked and disarmed
-    return out;
+    return std::vector<AllocRecord>(g_records, g_records + g_count); // may allocate: disarmed
 }
 
 size_t alloc_hook_live() {
@@ -50,21 +42,15 @@ size_t alloc_hook_live() {
 
 extern "C" void *malloc(size_t size) {
     pthread_mutex_lock(&g_lock);
-    if (!g_armed) {
-        pthread_mutex_unlock(&g_lock);
-        return __libc_malloc(size);
-    }
-    bool fail = g_seen++ == g_fail_at;
-    void *p = fail ? nullptr : __libc_malloc(size);
-    if (g_count < kMax) g_records[g_count++] = AllocRecord{size, p};
+    void *p = g_armed && g_count == g_fail_at ? nullptr : __libc_malloc(size);
+    if (g_armed && g_count < 4096) g_records[g_count++] = AllocRecord{size, p};
     pthread_mutex_unlock(&g_lock);
     return p;
 }
 
 extern "C" void free(void *p) {
-    if (!p) return;
     pthread_mutex_lock(&g_lock);
-    for (int i = 0; i < g_count; ++i)
+    for (int i = 0; p && i < g_count; ++i)
         if (g_records[i].ptr == p && !g_freed[i]) {
             g_freed[i] = true;
             break;

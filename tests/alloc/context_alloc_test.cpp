@@ -11,36 +11,29 @@ TEST(ContextAllocation, RequestsInOrderWithTheDesignedSizes) {
     HdrContext *ctx = nullptr;
     alloc_hook_arm();
     ASSERT_EQ(hdrCreateContext(&ctx), 0);
-    std::vector<AllocRecord> req = alloc_hook_disarm();
-    ASSERT_EQ(req.size(), 127u);
-    EXPECT_EQ(req[0].size, sizeof(HdrContext) + 128);
-    size_t i = 1, total = 0;
+    const std::vector<AllocRecord> req = alloc_hook_disarm();
+    std::vector<size_t> want = {sizeof(HdrContext) + 128};
     for (int f = 2; f >= 0; --f)
-        for (int l = 5; l >= 0; --l) EXPECT_EQ(req[i++].size, pool_bitmap_bytes(l) + 80) << f << l;
+        for (int l = 5; l >= 0; --l) want.push_back(pool_bitmap_bytes(l) + 80);
     for (int f = 0; f < 3; ++f)
-        for (int l = 0; l < 11; ++l) EXPECT_EQ(req[i++].size, pool_weight_bytes(l));
-    for (int f = 0; f < 3; ++f) {
-        EXPECT_EQ(req[i++].size, 13079120u);
-        EXPECT_EQ(req[i++].size, 3294800u);
-    }
+        for (int l = 0; l < 11; ++l) want.push_back(pool_weight_bytes(l));
+    for (int f = 0; f < 3; ++f) want.insert(want.end(), {13079120u, 3294800u});
     for (int f = 0; f < 3; ++f)
-        for (int l = 0; l < 11; ++l) EXPECT_EQ(req[i++].size, pool_band_bytes(l));
+        for (int l = 0; l < 11; ++l) want.push_back(pool_band_bytes(l));
     for (int f = 0; f < 3; ++f)
-        for (int k = 0; k < 10; ++k) EXPECT_EQ(req[i++].size, pool_chroma_band_bytes(k));
-    for (int n = 0; n < 6; ++n) EXPECT_EQ(req[i++].size, 25958480u);
-    for (size_t k = 1; k < req.size(); ++k) total += req[k].size;
+        for (int k = 0; k < 10; ++k) want.push_back(pool_chroma_band_bytes(k));
+    want.insert(want.end(), 6, 25958480u);
+    size_t total = 0;
+    for (size_t k = 0; k < req.size(); ++k) total += k ? req[k].size : 0;
+    ASSERT_EQ(req.size(), 127u);
+    for (size_t k = 0; k < req.size(); ++k) EXPECT_EQ(req[k].size, want[k]) << k;
     EXPECT_EQ(total + 1208 + 128, 429900112u);
     EXPECT_EQ(hdrDestroyContext(ctx), 0);
     EXPECT_EQ(alloc_hook_live(), 0u);
 }
 
-struct FailCase {
-    int index; // 0-based malloc request that fails
-    const char *message;
-};
-
 TEST(ContextAllocation, EveryFailurePrintsItsMessageAndReturnsMinusTwo) {
-    const FailCase cases[] = {
+    const std::pair<int, const char *> cases[] = { // 0-based malloc request that fails
         {0, "hrd_creat malloc failed 0\n"},
         {1, "hrd_creat malloc failed 3\n"},
         {18, "hrd_creat malloc failed 3\n"},
@@ -57,31 +50,30 @@ TEST(ContextAllocation, EveryFailurePrintsItsMessageAndReturnsMinusTwo) {
         {124, "hrd_creat malloc failed 9\n"},
         {126, "hrd_creat malloc failed 9\n"},
     };
-    for (const FailCase &c : cases) {
-        HdrContext *sentinel = (HdrContext *)0x1234;
+    for (const auto &c : cases) {
+        HdrContext *const sentinel = (HdrContext *)0x1234;
         HdrContext *ctx = sentinel;
         testing::internal::CaptureStdout();
-        alloc_hook_arm(c.index);
-        int rc = hdrCreateContext(&ctx);
-        std::vector<AllocRecord> req = alloc_hook_disarm();
+        alloc_hook_arm(c.first);
+        const int rc = hdrCreateContext(&ctx);
+        const std::vector<AllocRecord> req = alloc_hook_disarm();
         fflush(stdout);
-        std::string out = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(rc, -2) << c.index;
-        EXPECT_EQ(out, c.message) << c.index;
-        EXPECT_EQ(req.size(), (size_t)c.index + 1) << "no request after the failing one";
-        if (c.index == 0) {
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.second) << c.first;
+        EXPECT_EQ(rc, -2) << c.first;
+        EXPECT_EQ(req.size(), (size_t)c.first + 1) << "no request after the failing one";
+        if (c.first == 0) {
             EXPECT_EQ(ctx, sentinel) << "*out untouched when the context block fails";
             EXPECT_EQ(alloc_hook_live(), 0u);
-        } else {
-            ASSERT_NE(ctx, sentinel);
-            // Everything but the record itself was given back; the record
-            // holds no pointers and can be destroyed.
-            EXPECT_EQ(alloc_hook_live(), 1u) << c.index;
-            EXPECT_EQ(ctx->w_gaussian_pyramid[0][0], nullptr);
-            EXPECT_EQ(ctx->bitmap_pyramid[2][5].buffer, nullptr);
-            EXPECT_EQ(hdrDestroyContext(ctx), 0);
-            EXPECT_EQ(alloc_hook_live(), 0u) << c.index;
+            continue;
         }
+        // Everything but the record itself was given back; the record holds
+        // no pointers and can be destroyed.
+        ASSERT_NE(ctx, sentinel);
+        EXPECT_EQ(alloc_hook_live(), 1u) << c.first;
+        EXPECT_EQ(ctx->w_gaussian_pyramid[0][0], nullptr);
+        EXPECT_EQ(ctx->bitmap_pyramid[2][5].buffer, nullptr);
+        EXPECT_EQ(hdrDestroyContext(ctx), 0);
+        EXPECT_EQ(alloc_hook_live(), 0u) << c.first;
     }
 }
 

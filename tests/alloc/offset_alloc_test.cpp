@@ -1,59 +1,60 @@
+// Allocations of a merge and of the offset search: nothing but the search's
+// scratch block, 16 + 8 x width_words x rows of the AE level 0 plus the
+// aligner's 64, freed again; a failed scratch block leaves the offset alone.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <string.h>
-
-#include <vector>
 
 #include "alloc/alloc_hook.h"
+#include "unit/synthetic.h"
 #include "varo_hdr.h"
 
 namespace {
 
-// A bitmap pyramid of a 640 x 480 frame in plain vectors.
-struct Pyramid {
-    HdrBitmapLevel lv[VARO_HDR_BITMAP_LEVELS];
-    std::vector<uint8_t> storage[VARO_HDR_BITMAP_LEVELS];
-    explicit Pyramid(uint8_t fill) {
-        std::vector<uint8_t> frame(640 * 480);
-        for (size_t i = 0; i < frame.size(); ++i) frame[i] = (uint8_t)((i * 2654435761u) >> 24) ^ fill;
-        for (int L = 0; L < VARO_HDR_BITMAP_LEVELS; ++L) {
-            const size_t stride = ((448 >> L) >> 5) + 5, rows = 320 >> L;
-            storage[L].resize(stride * (rows + 128) * 8 + 16);
-            lv[L].buffer = storage[L].data();
-            lv[L].buffer_bytes = (uint32_t)storage[L].size();
-        }
-        BitmapCalc(frame.data(), 640, 480, lv);
-    }
-};
+size_t scratch_bytes(const HdrBitmapLevel &l0) { return 16 + 8 * (size_t)l0.width_words * l0.rows + 64; }
 
-TEST(OffsetAllocation, ScratchBlockSizeAndRelease) {
-    Pyramid fixed(0), moving(0);
+TEST(Allocation, MergeAndOffsetSearchOnlyAllocateTheirScratchBlocks) {
+    HdrContext *ctx = nullptr;
+    ASSERT_EQ(hdrCreateContext(&ctx), 0);
+    for (const auto &s : {std::make_pair(320, 240), std::make_pair(512, 384)}) {
+        BracketOptions o;
+        o.he_dx = 2;
+        TestBracket b = make_bracket(s.first, s.second, o);
+        HdrInput in = b.input();
+        printf("merging %dx%d\n", s.first, s.second); // stdout's buffer exists before arming
+        fflush(stdout);
+        alloc_hook_arm();
+        const int rc = hdrThreeFrameCore(ctx, &in);
+        const std::vector<AllocRecord> req = alloc_hook_disarm();
+        ASSERT_EQ(rc, 0);
+        ASSERT_EQ(req.size(), 2u) << s.first << "x" << s.second;
+        EXPECT_EQ(req[0].size, scratch_bytes(ctx->bitmap_pyramid[AE_IDX][0]));
+        EXPECT_EQ(req[1].size, scratch_bytes(ctx->bitmap_pyramid[AE_IDX][0]));
+        EXPECT_EQ(alloc_hook_live(), 0u) << "scratch blocks freed";
+    }
+    // The search alone, on identical pyramids: offset and error 0.
     HdrOffset off = {7, 7};
     alloc_hook_arm();
-    const uint32_t err = OffsetCalc(fixed.lv, moving.lv, &off);
+    uint32_t err = OffsetCalc(ctx->bitmap_pyramid[AE_IDX], ctx->bitmap_pyramid[AE_IDX], &off);
     std::vector<AllocRecord> req = alloc_hook_disarm();
     ASSERT_EQ(req.size(), 1u);
-    // 16 + 8 x W x R bytes, plus the aligner's 64.
-    EXPECT_EQ(req[0].size, 16 + 8 * (size_t)moving.lv[0].width_words * moving.lv[0].rows + 64);
+    EXPECT_EQ(req[0].size, scratch_bytes(ctx->bitmap_pyramid[AE_IDX][0]));
     EXPECT_EQ(alloc_hook_live(), 0u);
     EXPECT_EQ(err, 0u);
     EXPECT_EQ(off.x, 0);
     EXPECT_EQ(off.y, 0);
-}
 
-TEST(OffsetAllocation, FailedScratchLeavesTheOffsetAndReturnsZero) {
-    Pyramid fixed(0), moving(0x5A);
-    HdrOffset off = {41, -17};
+    off = {41, -17};
     testing::internal::CaptureStdout();
     alloc_hook_arm(0);
-    const uint32_t err = OffsetCalc(fixed.lv, moving.lv, &off);
-    std::vector<AllocRecord> req = alloc_hook_disarm();
+    err = OffsetCalc(ctx->bitmap_pyramid[HE_IDX], ctx->bitmap_pyramid[AE_IDX], &off);
+    req = alloc_hook_disarm();
     fflush(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "malloc failed\n");
     EXPECT_EQ(req.size(), 1u);
     EXPECT_EQ(err, 0u);
     EXPECT_EQ(off.x, 41);
     EXPECT_EQ(off.y, -17);
+    hdrDestroyContext(ctx);
 }
 
 } // namespace

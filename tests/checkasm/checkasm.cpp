@@ -1,62 +1,51 @@
 #include "checkasm/checkasm.h"
 
 #include <inttypes.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
+
+#include <utility>
 
 #include "common/arith.h"
 #include "common/cpu.h"
 
 namespace {
 
-struct Test {
-    const char *name;
-    checkasm_fn fn;
-};
-Test g_tests[64];
+std::pair<const char *, checkasm_fn> g_tests[64];
 int g_test_count;
-
 HdrDsp g_ref, g_opt;
-const char *g_isa = "none";
-bool g_have_opt;
-bool g_bench;
-const char *g_filter;
+const char *g_isa = "none", *g_filter;
+bool g_have_opt, g_bench, g_func_failed;
 uint32_t g_seed;
 uint64_t g_rng;
-
 char g_func[160];
-bool g_func_failed;
-int g_funcs_checked, g_funcs_failed;
-int g_fail_prints;
+int g_funcs_checked, g_funcs_failed, g_fail_prints;
+
+uint64_t now_ns() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (uint64_t)ts.tv_sec * 1000000000ull + (uint64_t)ts.tv_nsec;
+}
+
+void finish_func() {
+    if (g_func[0]) printf("  %-40s %s\n", g_func, g_func_failed ? "FAILED" : "ok");
+    g_funcs_checked += g_func[0] != 0;
+    g_funcs_failed += g_func_failed;
+    g_func[0] = 0;
+    g_func_failed = false;
+}
 
 } // namespace
 
-CheckasmRegistrar::CheckasmRegistrar(const char *name, checkasm_fn fn) {
-    if (g_test_count < 64) g_tests[g_test_count++] = Test{name, fn};
-}
-
+CheckasmRegistrar::CheckasmRegistrar(const char *name, checkasm_fn fn) { g_tests[g_test_count++] = {name, fn}; }
 const HdrDsp &checkasm_ref() { return g_ref; }
 const HdrDsp &checkasm_opt() { return g_opt; }
-const char *checkasm_isa_name() { return g_isa; }
 bool checkasm_benching() { return g_bench; }
+bool checkasm_failed_current() { return g_func_failed; }
 
-uint32_t checkasm_rand() {
-    // xorshift64*: fast, and the whole run is replayable from the seed.
-    g_rng ^= g_rng >> 12;
-    g_rng ^= g_rng << 25;
-    g_rng ^= g_rng >> 27;
+uint32_t checkasm_rand() { // xorshift64*
+    g_rng ^= g_rng >> 12, g_rng ^= g_rng << 25, g_rng ^= g_rng >> 27;
     return (uint32_t)((g_rng * 2685821657736338717ull) >> 32);
-}
-
-static void finish_func() {
-    if (!g_func[0]) return;
-    ++g_funcs_checked;
-    if (g_func_failed) ++g_funcs_failed;
-    printf("  %-40s %s\n", g_func, g_func_failed ? "FAILED" : "ok");
-    g_func[0] = 0;
-    g_func_failed = false;
 }
 
 bool checkasm_check_func(bool has_variant, const char *fmt, ...) {
@@ -65,13 +54,10 @@ bool checkasm_check_func(bool has_variant, const char *fmt, ...) {
     va_start(ap, fmt);
     vsnprintf(name, sizeof name, fmt, ap);
     va_end(ap);
-    if (!has_variant || !g_have_opt) return false;
-    if (g_filter && !strstr(name, g_filter)) return false;
-    if (strcmp(name, g_func) != 0) {
-        finish_func();
-        snprintf(g_func, sizeof g_func, "%s_%s", name, g_isa);
-        g_fail_prints = 0;
-    }
+    if (!has_variant || !g_have_opt || (g_filter && !strstr(name, g_filter))) return false;
+    finish_func();
+    snprintf(g_func, sizeof g_func, "%s_%s", name, g_isa);
+    g_fail_prints = 0;
     return true;
 }
 
@@ -86,220 +72,132 @@ void checkasm_fail(const char *fmt, ...) {
     va_end(ap);
 }
 
-bool checkasm_failed_current() { return g_func_failed; }
-
-// ------------------------------------------------------------------ content
-void checkasm_randomize(void *p, size_t bytes) {
-    uint8_t *b = (uint8_t *)p;
-    for (size_t i = 0; i < bytes; ++i) b[i] = (uint8_t)checkasm_rand();
-}
-
-static int pattern_value(CheckasmPattern pat, int x, int y, int lo, int hi, int band) {
-    switch (pat) {
-    case PAT_ZERO: return lo <= 0 && hi >= 0 ? 0 : lo;
-    case PAT_MAX: return hi;
-    case PAT_CHECKER: return ((x ^ y) & 1) ? hi : lo;
-    case PAT_BANDS: return ((x / band) & 1) ? hi : lo;
-    case PAT_SMOOTH: {
-        int range = hi - lo;
-        int v = lo + (int)(((int64_t)(x * 7 + y * 3) * range / 512) % (range + 1));
-        v += checkasm_rand_range(-2, 2);
-        return clamp_int(v, lo, hi);
-    }
-    default: return lo + (int)(checkasm_rand() % (uint32_t)(hi - lo + 1));
-    }
-}
-
-void checkasm_fill_u8(uint8_t *p, ptrdiff_t stride, int w, int h, CheckasmPattern pat) {
-    int band = checkasm_rand_range(1, 5);
+template <class T> static void fill(T *p, ptrdiff_t stride, int w, int h, int lo, int hi, int pattern) {
+    const int band = checkasm_rand_range(1, 5), range = hi - lo;
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) p[y * stride + x] = (uint8_t)pattern_value(pat, x, y, 0, 255, band);
-}
-
-void checkasm_fill_s16(int16_t *p, ptrdiff_t stride, int w, int h, int lo, int hi,
-                       CheckasmPattern pat) {
-    int band = checkasm_rand_range(1, 5);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) p[y * stride + x] = (int16_t)pattern_value(pat, x, y, lo, hi, band);
-}
-
-int checkasm_widths(int *out, int max) {
-    int n = 0;
-    for (int w = 1; w <= 40 && n < 40; ++w)
-        if (w <= max) out[n++] = w;
-    for (int l = 0; l < 11; ++l)
-        if ((4160 >> l) <= max && (4160 >> l) > 40) out[n++] = 4160 >> l;
-    while (n < 60) out[n++] = checkasm_rand_range(1, max);
-    return n;
-}
-
-int checkasm_heights(int *out, int max) {
-    int n = 0;
-    for (int h = 1; h <= 9; ++h)
-        if (h <= max) out[n++] = h;
-    for (int l = 0; l < 11; ++l)
-        if ((3120 >> l) <= max && (3120 >> l) > 9) out[n++] = 3120 >> l;
-    while (n < 30) out[n++] = checkasm_rand_range(1, max);
-    return n;
-}
-
-// ------------------------------------------------------------------ buffers
-void CheckasmBuf::alloc(size_t b, size_t s, size_t a) {
-    free(base);
-    before = b;
-    size = s;
-    after = a;
-    base = (uint8_t *)aligned_alloc(64, (b + s + a + 63) & ~(size_t)63);
-    for (size_t i = 0; i < b; ++i) base[i] = (uint8_t)(0xA5 ^ (i * 29));
-    for (size_t i = 0; i < a; ++i) base[b + s + i] = (uint8_t)(0x5A ^ (i * 31));
-    checkasm_randomize(base + b, s);
-}
-
-CheckasmBuf::~CheckasmBuf() { free(base); }
-
-void CheckasmBuf::copy_from(const CheckasmBuf &o) {
-    if (size != o.size || before != o.before || after != o.after) alloc(o.before, o.size, o.after);
-    memcpy(base, o.base, before + size + after);
-}
-
-bool CheckasmBuf::canaries_intact(const char *name) const {
-    for (size_t i = 0; i < before; ++i)
-        if (base[i] != (uint8_t)(0xA5 ^ (i * 29))) {
-            if (name) checkasm_fail("%s: wrote %zu bytes before the buffer", name, before - i);
-            return false;
+        for (int x = 0; x < w; ++x) {
+            int v;
+            switch (pattern % PAT_COUNT) {
+            case PAT_ZERO: v = lo <= 0 && hi >= 0 ? 0 : lo; break;
+            case PAT_MAX: v = hi; break;
+            case PAT_CHECKER: v = ((x ^ y) & 1) ? hi : lo; break;
+            case PAT_BANDS: v = ((x / band) & 1) ? hi : lo; break; // stripes of min/max, widths 1..5
+            case PAT_SMOOTH: // gentle ramps with noise
+                v = clamp_int(lo + (int)((int64_t)(x * 7 + y * 3) * range / 512 % (range + 1)) +
+                    checkasm_rand_range(-2, 2), lo, hi);
+                break;
+            default: v = lo + (int)(checkasm_rand() % (uint32_t)(range + 1));
+            }
+            p[y * stride + x] = (T)v;
         }
-    for (size_t i = after; i-- > 0;)
-        if (base[before + size + i] != (uint8_t)(0x5A ^ (i * 31))) {
-            if (name) checkasm_fail("%s: wrote %zu bytes past the buffer", name, i + 1);
-            return false;
-        }
-    return true;
 }
 
-static void print_map(const uint8_t *a, const uint8_t *b, size_t bytes, size_t stride, int elem,
-                      size_t first) {
-    // A window of rows around the first difference: '.' equal, 'x' differs.
-    size_t row0 = first / stride;
-    size_t col0 = (first % stride) / elem;
-    size_t cols = stride / elem;
-    size_t c_from = col0 > 16 ? col0 - 16 : 0, c_to = c_from + 48 < cols ? c_from + 48 : cols;
-    size_t r_from = row0 > 2 ? row0 - 2 : 0;
+CheckasmSizes::CheckasmSizes(int top_w, int top_h, int min_w, int min_h) {
+    auto add = [this](int w, int h) {
+        const int p = (w + 10) & ~7;
+        size[n] = {n, w, h, checkasm_rand() % 4 ? p : p + 8 * checkasm_rand_range(1, 3)};
+        ++n;
+    };
+    for (int l = 0; l < 12; ++l)
+        if ((top_w >> l) >= min_w && (top_h >> l) >= min_h) add(top_w >> l, top_h >> l);
+    for (int w = min_w; w < min_w + 48; ++w) add(w, checkasm_rand_range(min_h, min_h + 9));
+    while (n < 72) add(checkasm_rand_range(min_w, 700), checkasm_rand_range(min_h, 60));
+}
+
+static uint8_t canary(size_t i) { return (uint8_t)(0xA5 ^ (i * 29)); }
+
+int CheckasmBufs::add(size_t bytes, size_t stride_bytes, int elem_bytes) {
+    ref[n].resize(kBefore + bytes + kAfter);
+    for (size_t i = 0; i < ref[n].size(); ++i)
+        ref[n][i] = i >= kBefore && i < kBefore + bytes ? (uint8_t)checkasm_rand() : canary(i);
+    stride[n] = stride_bytes ? stride_bytes : 64;
+    elem[n] = elem_bytes;
+    return n++;
+}
+
+int CheckasmBufs::u8(size_t count, size_t pitch, int w, int h, int pattern, size_t lead) {
+    const int i = add(count, pitch, 1);
+    fill(r<uint8_t>(i, lead), pitch, w, h, 0, 255, pattern);
+    return i;
+}
+
+int CheckasmBufs::s16(size_t count, size_t pitch, int w, int h, int lo, int hi, int pattern, size_t lead) {
+    const int i = add(count * 2, pitch * 2, 2);
+    fill(r<int16_t>(i, lead), pitch, w, h, lo, hi, pattern);
+    return i;
+}
+
+// Rows around the first difference: '.' equal, 'x' differs.
+static void print_map(const uint8_t *a, const uint8_t *b, size_t bytes, size_t stride, int elem, size_t first) {
+    const size_t row0 = first / stride, col0 = (first % stride) / elem, cols = stride / elem;
+    const size_t c_from = col0 > 16 ? col0 - 16 : 0, c_to = c_from + 48 < cols ? c_from + 48 : cols;
     printf("      first difference at row %zu, element %zu (ref ", row0, col0);
     for (int k = 0; k < elem; ++k) printf("%02x", a[first / elem * elem + k]);
     printf(", opt ");
     for (int k = 0; k < elem; ++k) printf("%02x", b[first / elem * elem + k]);
     printf("); columns %zu..%zu:\n", c_from, c_to - 1);
-    for (size_t r = r_from; r < r_from + 6 && r * stride < bytes; ++r) {
+    for (size_t r = row0 > 2 ? row0 - 2 : 0, r_end = r + 6; r < r_end && r * stride < bytes; ++r) {
         printf("      %5zu ", r);
-        for (size_t c = c_from; c < c_to; ++c) {
-            size_t o = r * stride + c * elem;
-            if (o + elem > bytes) break;
-            printf("%c", memcmp(a + o, b + o, elem) ? 'x' : '.');
-        }
+        for (size_t c = c_from, o = r * stride + c * elem; c < c_to && o + elem <= bytes; ++c, o += elem)
+            putchar(memcmp(a + o, b + o, elem) ? 'x' : '.');
         printf("\n");
     }
 }
 
-bool checkasm_compare_blocks(const char *name, const CheckasmBuf &ref, const CheckasmBuf &opt,
-                             size_t stride, int elem) {
-    size_t total = ref.before + ref.size + ref.after;
-    if (memcmp(ref.base, opt.base, total) == 0) return true;
-    size_t first = 0;
-    while (ref.base[first] == opt.base[first]) ++first;
-    if (first < ref.before)
-        checkasm_fail("%s: differs %zu bytes before the buffer", name, ref.before - first);
-    else if (first >= ref.before + ref.size)
-        checkasm_fail("%s: differs %zu bytes past the buffer", name, first - ref.before - ref.size);
-    else
-        checkasm_fail("%s: output differs", name);
-    if (first >= ref.before && first < ref.before + ref.size && g_fail_prints <= 4)
-        print_map(ref.data(), opt.data(), ref.size, stride ? stride : 64, elem, first - ref.before);
-    return false;
-}
-
-template <class T>
-static bool compare_rect(const char *name, const T *ref, ptrdiff_t rs, const T *opt, ptrdiff_t os,
-                         int w, int h) {
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            if (ref[y * rs + x] != opt[y * os + x]) {
-                checkasm_fail("%s: %dx%d differs at (%d, %d): ref %d opt %d", name, w, h, x, y,
-                              (int)ref[y * rs + x], (int)opt[y * os + x]);
-                if (g_fail_prints <= 4) {
-                    int y0 = y > 2 ? y - 2 : 0, x0 = x > 16 ? x - 16 : 0;
-                    for (int yy = y0; yy < y0 + 6 && yy < h; ++yy) {
-                        printf("      %5d ", yy);
-                        for (int xx = x0; xx < x0 + 48 && xx < w; ++xx)
-                            printf("%c", ref[yy * rs + xx] != opt[yy * os + xx] ? 'x' : '.');
-                        printf("\n");
-                    }
-                }
-                return false;
-            }
+bool CheckasmBufs::compare(const char *name) {
+    for (int i = 0; i < n; ++i) {
+        const std::vector<uint8_t> &a = ref[i], &b = opt[i];
+        const size_t size = a.size() - kBefore - kAfter;
+        for (const std::vector<uint8_t> *v : {&a, &b})
+            for (size_t k = 0; k < a.size(); k = k + 1 == kBefore ? kBefore + size : k + 1) // the canaries
+                if ((*v)[k] != canary(k))
+                    return checkasm_fail("%s, buffer %d: wrote %s", name, i, k < kBefore ? "before it" : "past it"), false;
+        if (a == b) continue;
+        size_t first = kBefore;
+        while (a[first] == b[first]) ++first;
+        checkasm_fail("%s, buffer %d: output differs", name, i);
+        if (g_fail_prints <= 4) print_map(a.data() + kBefore, b.data() + kBefore, size, stride[i], elem[i], first - kBefore);
+        return false;
+    }
     return true;
 }
 
-bool checkasm_compare_u8(const char *name, const uint8_t *ref, ptrdiff_t rs, const uint8_t *opt,
-                         ptrdiff_t os, int w, int h) {
-    return compare_rect(name, ref, rs, opt, os, w, h);
-}
-bool checkasm_compare_s16(const char *name, const int16_t *ref, ptrdiff_t rs, const int16_t *opt,
-                          ptrdiff_t os, int w, int h) {
-    return compare_rect(name, ref, rs, opt, os, w, h);
-}
-
-// -------------------------------------------------------------------- bench
-uint64_t checkasm_now_ns() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return (uint64_t)ts.tv_sec * 1000000000ull + (uint64_t)ts.tv_nsec;
+void checkasm_bench(const char *name, void (*call)(void *, bool), void *ctx) {
+    const int reps = 16;
+    uint64_t t[3];
+    for (int v = 0; v < 3; ++v) {
+        t[v] = now_ns();
+        for (int r = 0; r < reps && v < 2; ++r) call(ctx, v == 1);
+    }
+    const double ref_ns = (double)(t[1] - t[0]) / reps, opt_ns = (double)(t[2] - t[1]) / reps;
+    printf("    bench %-36s ref %10.0f ns  %s %10.0f ns  x%.2f\n", name, ref_ns, g_isa, opt_ns, ref_ns / (opt_ns + 1e-9));
 }
 
-void checkasm_report_bench(const char *name, double ref_ns, double opt_ns) {
-    printf("    bench %-36s ref %10.0f ns  %s %10.0f ns  x%.2f\n", name, ref_ns, g_isa, opt_ns,
-           opt_ns > 0 ? ref_ns / opt_ns : 0.0);
-}
-
-// --------------------------------------------------------------------- main
 int main(int argc, char **argv) {
-    g_seed = (uint32_t)checkasm_now_ns() ^ (uint32_t)(checkasm_now_ns() >> 32);
+    g_seed = (uint32_t)now_ns() ^ (uint32_t)(now_ns() >> 32);
     for (int i = 1; i < argc; ++i) {
         if (!strncmp(argv[i], "--seed=", 7)) g_seed = (uint32_t)strtoul(argv[i] + 7, nullptr, 0);
         else if (!strncmp(argv[i], "--test=", 7)) g_filter = argv[i] + 7;
         else if (!strcmp(argv[i], "--bench")) g_bench = true;
-        else if (!strcmp(argv[i], "--list")) {
-            for (int t = 0; t < g_test_count; ++t) printf("%s\n", g_tests[t].name);
-            return 0;
-        } else {
-            fprintf(stderr, "usage: %s [--seed=N] [--test=substring] [--bench] [--list]\n", argv[0]);
-            return 2;
-        }
+        else return fprintf(stderr, "usage: %s [--seed=N] [--test=substring] [--bench]\n", argv[0]), 2;
     }
-
     hdr_dsp_init(&g_ref, 0);
     g_opt = g_ref;
 #if defined(CHECKASM_SIMDE_NEON)
     hdr_dsp_init_neon(&g_opt); // NEON kernels compiled through SIMDe
-    g_isa = "neon_simde";
-    g_have_opt = true;
+    g_isa = "neon_simde", g_have_opt = true;
 #else
-    if (hdr_cpu_flags() & HDR_CPU_NEON) {
-        hdr_dsp_init(&g_opt, HDR_CPU_NEON);
-        g_isa = "neon";
-        g_have_opt = true;
-    }
+    if (hdr_cpu_flags() & HDR_CPU_NEON) hdr_dsp_init(&g_opt, HDR_CPU_NEON), g_isa = "neon", g_have_opt = true;
 #endif
     printf("checkasm: seed %" PRIu32 ", instruction set %s%s\n", g_seed, g_isa,
            g_have_opt ? "" : " (none in this build: nothing to compare)");
-
     for (int t = 0; t < g_test_count; ++t) {
         g_rng = 0x9E3779B97F4A7C15ull ^ ((uint64_t)g_seed << 16) ^ (uint64_t)(t + 1);
-        printf("%s:\n", g_tests[t].name);
-        g_tests[t].fn();
+        printf("%s:\n", g_tests[t].first);
+        g_tests[t].second();
         finish_func();
     }
-    printf("checkasm: %d kernels checked, %d failed (seed %" PRIu32 ")\n", g_funcs_checked,
-           g_funcs_failed, g_seed);
+    printf("checkasm: %d kernels checked, %d failed (seed %" PRIu32 ")\n", g_funcs_checked, g_funcs_failed, g_seed);
     if (g_funcs_failed) printf("replay with --seed=%" PRIu32 "\n", g_seed);
     return g_funcs_failed ? 1 : 0;
 }

@@ -1,119 +1,68 @@
-// Registration kernels: bitmap rows and shifted-row error counts.
-#include <stdio.h>
-
+// Kernels of registration (bitmap rows, shifted-row error counts) and of the
+// ghost stage (threshold mask of a row pair).
 #include "checkasm/checkasm.h"
 
 namespace {
 
-void check_bitmap_row() {
-    const HdrDsp &ref = checkasm_ref();
-    const HdrDsp &opt = checkasm_opt();
-    for (int L = 0; L < 6; ++L) {
-        if (!checkasm_check_func(opt.reg.bitmap_row[L] != ref.reg.bitmap_row[L], "bitmap_row_l%d", L))
-            continue;
-        int widths[64];
-        int n = checkasm_widths(widths, 400);
-        widths[n++] = 3072 >> L; // level width of the largest crop
-        widths[n++] = 0;
-        for (int wi = 0; wi < n && !checkasm_failed_current(); ++wi) {
-            const unsigned w = (unsigned)widths[wi];
-            const size_t pairs = (w + 31) >> 5;
-            for (int pat = 0; pat < PAT_COUNT; ++pat) {
-                CheckasmBuf src;
-                src.alloc(0, ((size_t)w << L) + 1, 16);
-                checkasm_fill_u8(src.data(), (ptrdiff_t)src.size, (int)src.size, 1,
-                                 (CheckasmPattern)pat);
-                // Medians where the tolerance switches, the extremes, and one random.
-                const uint8_t medians[] = {0, 4, 5, 250, 251, 255, (uint8_t)checkasm_rand()};
-                for (uint8_t med : medians) {
-                    const uint8_t tol = (med <= 4 || med >= 251) ? 1 : 4;
-                    CheckasmBuf a, b;
-                    a.alloc(32, pairs * 8, 32);
-                    b.copy_from(a);
-                    ref.reg.bitmap_row[L](src.data(), w, med, tol, a.as<uint32_t>());
-                    opt.reg.bitmap_row[L](src.data(), w, med, tol, b.as<uint32_t>());
-                    if (!checkasm_compare_blocks("bitmap_row", a, b, 8, 4) ||
-                        !b.canaries_intact("bitmap_row")) {
-                        printf("  level %d width %u pattern %d median %d\n", L, w, pat, med);
-                        break;
-                    }
-                }
-            }
-        }
-        const unsigned w = 3072 >> L;
-        CheckasmBuf src, a, b;
-        src.alloc(0, (size_t)w << L, 0);
-        a.alloc(0, ((w + 31) >> 5) * 8, 0);
-        b.copy_from(a);
-        CHECKASM_BENCH2("bitmap_row", ref.reg.bitmap_row[L](src.data(), w, 100, 4, a.as<uint32_t>()),
-                        opt.reg.bitmap_row[L](src.data(), w, 100, 4, b.as<uint32_t>()));
-    }
-}
-
 void fill_words(uint32_t *p, size_t n, int kind) {
-    for (size_t i = 0; i < n; ++i) {
-        switch (kind) {
-        case 0: p[i] = checkasm_rand(); break;
-        case 1: p[i] = 0xFFFFFFFFu; break;
-        case 2: p[i] = 0; break;
-        default: p[i] = (i & 1) ? 0xAAAAAAAAu : checkasm_rand() & checkasm_rand(); break;
-        }
-    }
-}
-
-void check_bitmap_row_error() {
-    const HdrDsp &ref = checkasm_ref();
-    const HdrDsp &opt = checkasm_opt();
-    if (!checkasm_check_func(opt.reg.bitmap_row_error != ref.reg.bitmap_row_error,
-                             "bitmap_row_error"))
-        return;
-    int widths[64];
-    int n = checkasm_widths(widths, 120);
-    widths[n++] = 97; // level 0 of the largest crop
-    for (int wi = 0; wi < n && !checkasm_failed_current(); ++wi) {
-        const unsigned ww = (unsigned)widths[wi];
-        for (int kind = 0; kind < 4; ++kind)
-            for (unsigned shift = 0; shift < 32; ++shift) {
-                CheckasmBuf fixed, moving;
-                fixed.alloc(0, ww * 8, 0);
-                moving.alloc(0, (ww + 1) * 8, 0);
-                fill_words(fixed.as<uint32_t>(), ww * 2, kind);
-                fill_words(moving.as<uint32_t>(), (ww + 1) * 2, (kind + shift) & 3);
-                CheckasmBuf da, db;
-                da.alloc(32, ww * 4, 32);
-                db.copy_from(da);
-                const bool store = shift & 1;
-                const uint32_t ea = ref.reg.bitmap_row_error(
-                    fixed.as<uint32_t>(), moving.as<uint32_t>(), ww, shift,
-                    store ? da.as<uint32_t>() : nullptr);
-                const uint32_t eb = opt.reg.bitmap_row_error(
-                    fixed.as<uint32_t>(), moving.as<uint32_t>(), ww, shift,
-                    store ? db.as<uint32_t>() : nullptr);
-                if (ea != eb) {
-                    checkasm_fail("bitmap_row_error");
-                    printf("  width_words %u shift %u kind %d: %u vs %u\n", ww, shift, kind, ea, eb);
-                }
-                if (!checkasm_compare_blocks("bitmap_row_error diff", da, db, ww * 4, 4) ||
-                    !db.canaries_intact("bitmap_row_error diff"))
-                    printf("  width_words %u shift %u kind %d\n", ww, shift, kind);
-            }
-    }
-    CheckasmBuf fixed, moving, d;
-    fixed.alloc(0, 97 * 8, 0);
-    moving.alloc(0, 98 * 8, 0);
-    d.alloc(0, 97 * 4, 0);
-    volatile uint32_t sink = 0;
-    CHECKASM_BENCH2("bitmap_row_error",
-                    sink = sink + ref.reg.bitmap_row_error(fixed.as<uint32_t>(), moving.as<uint32_t>(), 97, 5, nullptr),
-                    sink = sink + opt.reg.bitmap_row_error(fixed.as<uint32_t>(), moving.as<uint32_t>(), 97, 5, nullptr));
-    CHECKASM_BENCH2("bitmap_row_error_aligned",
-                    sink = sink + ref.reg.bitmap_row_error(fixed.as<uint32_t>(), moving.as<uint32_t>(), 97, 0, d.as<uint32_t>()),
-                    sink = sink + opt.reg.bitmap_row_error(fixed.as<uint32_t>(), moving.as<uint32_t>(), 97, 0, d.as<uint32_t>()));
+    for (size_t i = 0; i < n; ++i)
+        p[i] = kind == 0 ? checkasm_rand() : kind == 1 ? ~0u : kind == 2 ? 0 :
+               (i & 1) ? 0xAAAAAAAAu : checkasm_rand() & checkasm_rand();
 }
 
 } // namespace
 
 CHECKASM_TEST(registration) {
-    check_bitmap_row();
-    check_bitmap_row_error();
+    const RegDsp &ref = checkasm_ref().reg, &opt = checkasm_opt().reg;
+    for (int L = 0; L < 6; ++L)
+        if (checkasm_check_func(opt.bitmap_row[L] != ref.bitmap_row[L], "bitmap_row_l%d", L))
+            for (const CheckasmSize c : CheckasmSizes(3072 >> L, 1, 0, 1)) {
+                // Medians where the tolerance switches, the extremes, and one random.
+                const int medians[] = {0, 4, 5, 250, 251, 255, (int)(checkasm_rand() & 255)};
+                for (int k = 0; k < 7; ++k) {
+                    const uint8_t med = (uint8_t)medians[k], tol = (med <= 4 || med >= 251) ? 1 : 4;
+                    CheckasmBufs b;
+                    const int src = b.u8(((size_t)c.w << L) + 1, 64, (c.w << L) + 1, 1, c.i + k);
+                    const int dst = b.add(((c.w + 31) >> 5) * 8, 8, 4);
+                    if (!b.run([&](const HdrDsp &d, bool o) {
+                            d.reg.bitmap_row[L](b.p<uint8_t>(src, o), c.w, med, tol, b.p<uint32_t>(dst, o));
+                        }, c.i == 0 && k == 0, "bitmap_row_l%d width %d median %d", L, c.w, med))
+                        break;
+                }
+            }
+    if (checkasm_check_func(opt.bitmap_row_error != ref.bitmap_row_error, "bitmap_row_error"))
+        for (const CheckasmSize c : CheckasmSizes(97, 1, 1, 1))
+            for (int kind = 0; kind < 4; ++kind)
+                for (unsigned shift = 0; shift < 32 && !checkasm_failed_current(); ++shift) {
+                    const unsigned ww = (unsigned)c.w;
+                    const bool store = shift & 1;
+                    CheckasmBufs b;
+                    const int fixed = b.add(ww * 8, 8, 4), moving = b.add((ww + 1) * 8, 8, 4);
+                    const int diff = b.add(ww * 4, ww * 4, 4), err = b.add(4, 4, 4);
+                    fill_words(b.r<uint32_t>(fixed), ww * 2, kind);
+                    fill_words(b.r<uint32_t>(moving), (ww + 1) * 2, (kind + shift) & 3);
+                    b.run([&](const HdrDsp &d, bool o) {
+                        *b.p<uint32_t>(err, o) = d.reg.bitmap_row_error(b.p<uint32_t>(fixed, o), b.p<uint32_t>(moving, o), ww,
+                                                                        shift, store ? b.p<uint32_t>(diff, o) : nullptr);
+                    }, c.i == 0 && kind == 0 && shift < 2, "bitmap_row_error %u words shift %u kind %d", ww, shift, kind);
+                }
+}
+
+CHECKASM_TEST(ghost) {
+    const GhostDsp &ref = checkasm_ref().ghost, &opt = checkasm_opt().ghost;
+    if (checkasm_check_func(opt.mask_rows != ref.mask_rows, "mask_rows"))
+        for (const CheckasmSize c : CheckasmSizes(4160, 1, 0, 1)) {
+            const int w = c.w, src_stride = w + checkasm_rand_range(0, 40);
+            const uint8_t thresholds[] = {0, 1, 128, 255, (uint8_t)checkasm_rand()};
+            for (int k = 0; k < 5; ++k) {
+                // Packed mask rows as the stage writes them, or a padded pitch.
+                const int ds = w + (k & 1) * 7;
+                CheckasmBufs b;
+                const int src = b.u8((size_t)src_stride * 2, src_stride, w, 2, c.i + k), dst = b.u8((size_t)ds + w, ds);
+                if (!b.run([&](const HdrDsp &d, bool o) {
+                        d.ghost.mask_rows(b.p<uint8_t>(src, o), src_stride, b.p<uint8_t>(dst, o), ds, (unsigned)w, thresholds[k]);
+                    }, c.i == 0 && k == 4, "mask_rows width %d pitch %d threshold %d", w, ds, thresholds[k]))
+                    break;
+            }
+        }
 }

@@ -69,7 +69,7 @@ TEST(RealBrackets, MergeAtNativeAndFullSize) {
             const double before = clipped_share(ae.data(), in.width, 0, 0, in.width, in.height);
             const double after = clipped_share(out, in.width, 0, 0, in.out_width, in.out_height);
             printf("  %s: clipped %.2f%% -> %.2f%%\n", what.c_str(), 100 * before, 100 * after);
-            if (before > 0.01) EXPECT_LT(after, before) << what;
+            if (before > 0.01) { EXPECT_LT(after, before) << what; }
         }
     }
 }

@@ -22,30 +22,25 @@ struct ExposureCase {
     std::vector<Px> px;
 };
 
-struct Frames {
-    std::vector<uint8_t> luma[3];
-};
+using Frames = std::vector<uint8_t>[3];
 
-// Lays the inputs out as one row per frame and runs MotionMask on the shared context.
-int run(const float scale[3], const uint32_t units[3], int le_flag, int he_flag, Frames &f,
-        int width, int height, HdrInput *in_out = nullptr) {
+// Runs MotionMask on the shared context for frames of width x height at pitch `pitch`.
+int run(const float scale[3], const uint32_t units[3], int le_flag, int he_flag, Frames &f, int width, int height,
+        int pitch = 0) {
     HdrContext *ctx = shared_context();
     HdrInput in;
     memset(&in, 0, sizeof in);
-    in.width = width;
+    in.width = pitch ? pitch : width;
     in.height = height;
     for (int i = 0; i < 3; ++i) {
         in.exposure[i].exposure_scale = scale[i];
         in.exposure[i].exposure_units = units[i];
-        ctx->aligned[i].luma = f.luma[i].data();
+        ctx->aligned[i].luma = f[i].data();
         memset(ctx->motion_mask[i], 1, (size_t)width * height);
     }
-    ctx->width = width;
-    ctx->height = height;
-    ctx->row_stride[0] = (width + 10) & ~7;
+    set_geometry(ctx, width, height, 1);
     ctx->le_flag = le_flag;
     ctx->he_flag = he_flag;
-    if (in_out) *in_out = in;
     return MotionMask(ctx, &in);
 }
 
@@ -69,69 +64,50 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
           {9, 0, 100, 1, 0, 1, 9, 0, 100}}},      // LE 0: r infinite
         {"LE r 0.5, HE r 2", 1, 1, 1, 8000, 2000, 4000, 1, 0,
          {{9, 86, 128, 1, 1, 1, 9, 86, 128}, // exact: kept
-          {9, 87, 128, 1, 0, 255, 9, 87, 128},
-          {9, 100, 128, 1, 0, 255, 9, 100, 128}}},
+          {9, 87, 128, 1, 0, 255, 9, 87, 128}, {9, 100, 128, 1, 0, 255, 9, 100, 128}}},
         {"LE r 1: threshold 0", 1, 1, 1, 8000, 4000, 4000, 1, 0,
          {{9, 129, 128, 1, 1, 1, 9, 129, 128}, {9, 130, 128, 1, 0, 255, 9, 130, 128}}},
-        {"LE r 2: negative threshold", 1, 1, 1, 8000, 8000, 4000, 1, 0,
-         {{9, 96, 50, 1, 0, 255, 9, 96, 50}}},
+        {"LE r 2: negative threshold", 1, 1, 1, 8000, 8000, 4000, 1, 0, {{9, 96, 50, 1, 0, 255, 9, 96, 50}}},
         {"LE r 0.5, HE r 4", 1, 1, 1, 16000, 2000, 4000, 1, 0,
          {{9, 200, 128, 1, 0, 1, 9, 200, 128},    // AE darker than LE
-          {9, 50, 128, 1, 0, 1, 9, 86, 128},
-          {9, 86, 128, 1, 1, 1, 9, 86, 128},
-          {9, 192, 250, 1, 1, 1, 9, 192, 250},
-          {9, 191, 250, 1, 0, 1, 9, 206, 250}}},
+          {9, 50, 128, 1, 0, 1, 9, 86, 128}, {9, 86, 128, 1, 1, 1, 9, 86, 128},
+          {9, 192, 250, 1, 1, 1, 9, 192, 250}, {9, 191, 250, 1, 0, 1, 9, 206, 250}}},
         {"HE r 4", 1, 1, 1, 16000, 2000, 4000, 0, 1,
-         {{200, 50, 104, 1, 1, 1, 200, 50, 104},
-          {200, 50, 150, 1, 0, 0, 200, 50, 104},
+         {{200, 50, 104, 1, 1, 1, 200, 50, 104}, {200, 50, 150, 1, 0, 0, 200, 50, 104},
           {200, 201, 104, 1, 0, 1, 200, 201, 104}, // LE brighter than HE
-          {230, 50, 100, 1, 0, 0, 230, 50, 132},
-          {230, 50, 128, 1, 1, 1, 230, 50, 128},
+          {230, 50, 100, 1, 0, 0, 230, 50, 132}, {230, 50, 128, 1, 1, 1, 230, 50, 128},
           {245, 200, 100, 1, 1, 0, 245, 200, 148}, // dropped then re-admitted
           {245, 250, 148, 1, 1, 1, 245, 250, 148},
           {240, 250, 142, 1, 0, 1, 240, 250, 142}, // 240: no re-admission
-          {220, 10, 122, 1, 1, 1, 220, 10, 122},
-          {220, 10, 130, 1, 0, 0, 220, 10, 122}}},
-        {"both, LE replaced then re-admitted", 1, 1, 1, 16000, 2000, 4000, 1, 1,
-         {{245, 100, 250, 1, 1, 1, 245, 206, 250}}},
+          {220, 10, 122, 1, 1, 1, 220, 10, 122}, {220, 10, 130, 1, 0, 0, 220, 10, 122}}},
+        {"both, LE replaced then re-admitted", 1, 1, 1, 16000, 2000, 4000, 1, 1, {{245, 100, 250, 1, 1, 1, 245, 206, 250}}},
         {"HE r 1.5", 1, 1, 1, 6000, 2000, 4000, 0, 1,
          {{0, 9, 0, 1, 1, 1, 0, 9, 0},             // 0 / 0: NaN, nothing
           {0, 9, 5, 0, 1, 255, 0, 9, 5},           // 5 / 0: infinite
-          {128, 9, 104, 1, 1, 1, 128, 9, 104},
-          {128, 9, 105, 0, 1, 255, 128, 9, 105}}},
-        {"HE r 0.5: negative threshold", 1, 1, 1, 2000, 2000, 4000, 0, 1,
-         {{128, 9, 178, 0, 1, 255, 128, 9, 178}}},
-        {"HE ratio NaN", nan, 1, 1, 16000, 2000, 4000, 1, 1,
-         {{200, 50, 128, 1, 1, 1, 200, 50, 128}}},
+          {128, 9, 104, 1, 1, 1, 128, 9, 104}, {128, 9, 105, 0, 1, 255, 128, 9, 105}}},
+        {"HE r 0.5: negative threshold", 1, 1, 1, 2000, 2000, 4000, 0, 1, {{128, 9, 178, 0, 1, 255, 128, 9, 178}}},
+        {"HE ratio NaN", nan, 1, 1, 16000, 2000, 4000, 1, 1, {{200, 50, 128, 1, 1, 1, 200, 50, 128}}},
         // AE exposure 0: both ratios infinite; AE->LE predicts 255, HE->AE 0.
-        {"AE exposure 0", 1, 1, 0, 16000, 2000, 4000, 1, 1,
-         {{100, 50, 128, 1, 0, 0, 100, 255, 0}}},
+        {"AE exposure 0", 1, 1, 0, 16000, 2000, 4000, 1, 1, {{100, 50, 128, 1, 0, 0, 100, 255, 0}}},
     };
     for (const ExposureCase &s : setups) {
         const int n = (int)s.px.size();
         Frames f;
-        for (int i = 0; i < 3; ++i) f.luma[i].resize(n);
-        for (int x = 0; x < n; ++x) {
-            f.luma[HE_IDX][x] = s.px[x].h;
-            f.luma[LE_IDX][x] = s.px[x].l;
-            f.luma[AE_IDX][x] = s.px[x].a;
-        }
+        for (const Px &p : s.px) f[HE_IDX].push_back(p.h), f[LE_IDX].push_back(p.l), f[AE_IDX].push_back(p.a);
         const float scale[3] = {s.he_scale, s.le_scale, s.ae_scale};
         const uint32_t units[3] = {s.he_units, s.le_units, s.ae_units};
         EXPECT_EQ(run(scale, units, s.le_flag, s.he_flag, f, n, 1), 0) << s.what;
-        HdrContext *ctx = shared_context();
+        const HdrContext *ctx = shared_context();
         for (int x = 0; x < n; ++x) {
             const Px &p = s.px[x];
-            SCOPED_TRACE(testing::Message() << s.what << ", pixel " << x << " (h " << (int)p.h
-                                            << ", l " << (int)p.l << ", a " << (int)p.a << ")");
-            EXPECT_EQ(ctx->motion_mask[HE_IDX][x], p.mh);
-            EXPECT_EQ(ctx->motion_mask[LE_IDX][x], p.ml);
-            EXPECT_EQ(ctx->motion_mask[AE_IDX][x], p.ma);
-            EXPECT_EQ(ctx->img_gaussian_pyramid[HE_IDX][0][x], p.h2);
-            EXPECT_EQ(ctx->img_gaussian_pyramid[LE_IDX][0][x], p.l2);
-            EXPECT_EQ(ctx->img_gaussian_pyramid[AE_IDX][0][x], p.a2);
+            // Masks of HE, LE, AE, then their level-0 values afterwards.
+            EXPECT_EQ(std::vector<int>({ctx->motion_mask[HE_IDX][x], ctx->motion_mask[LE_IDX][x], ctx->motion_mask[AE_IDX][x],
+                                        ctx->img_gaussian_pyramid[HE_IDX][0][x], ctx->img_gaussian_pyramid[LE_IDX][0][x],
+                                        ctx->img_gaussian_pyramid[AE_IDX][0][x]}),
+                      std::vector<int>({p.mh, p.ml, p.ma, p.h2, p.l2, p.a2}))
+                << s.what << ", pixel " << x << " (h " << (int)p.h << ", l " << (int)p.l << ", a " << (int)p.a << ")";
         }
-        EXPECT_EQ(f.luma[AE_IDX][0], s.px[0].a) << "inputs are never written";
+        EXPECT_EQ(f[AE_IDX][0], s.px[0].a) << "inputs are never written";
     }
 }
 
@@ -142,65 +118,48 @@ TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
     for (int counted : {840000, 840001}) {
         Frames f;
         // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104).
-        f.luma[HE_IDX].assign((size_t)w * h, 200);
-        f.luma[LE_IDX].assign((size_t)w * h, 50);
-        f.luma[AE_IDX].assign((size_t)w * h, 104);
+        f[HE_IDX].assign((size_t)w * h, 200);
+        f[LE_IDX].assign((size_t)w * h, 50);
+        f[AE_IDX].assign((size_t)w * h, 104);
         for (int i = 0; i < counted; ++i) {
-            f.luma[HE_IDX][i] = 230;
-            f.luma[AE_IDX][i] = 100;
+            f[HE_IDX][i] = 230;
+            f[AE_IDX][i] = 100;
         }
         EXPECT_EQ(run(scale, units, 0, 1, f, w, h), counted > 840000 ? 1 : 0) << counted;
     }
 }
 
-TEST(MotionMask, WithoutFlagsOnlyCopiesTheOverlap) {
+// Without flags only the overlap is copied, from the input pitch; the ratios are logged.
+TEST(MotionMask, WithoutFlagsOnlyCopiesTheOverlapAndLogsRatios) {
     const int w = 37, h = 5, in_w = 45;
     HdrContext *ctx = shared_context();
     Frames f;
     for (int i = 0; i < 3; ++i) {
-        f.luma[i].resize((size_t)in_w * h);
-        for (size_t k = 0; k < f.luma[i].size(); ++k) f.luma[i][k] = (uint8_t)(k * 7 + i * 50);
+        for (int k = 0; k < in_w * h; ++k) f[i].push_back((uint8_t)(k * 7 + i * 50));
         memset(ctx->img_gaussian_pyramid[i][0], 0xEE, 64 * 8);
     }
     const float scale[3] = {1, 1, 1};
     const uint32_t units[3] = {16000, 1000, 4000};
-    // Input pitch is the input width, wider than the overlap.
-    HdrInput in;
-    run(scale, units, 0, 0, f, w, h, &in);
-    in.width = in_w;
-    EXPECT_EQ(MotionMask(ctx, &in), 0);
+    LogCapture log;
+    EXPECT_EQ(run(scale, units, 0, 0, f, w, h, in_w), 0);
+    EXPECT_TRUE(log.contains("ET_scale_ae2le: 0.250000, ET_scale_ae2he: 4.000000"));
+    EXPECT_EQ(log.lines().at(0).func, "MotionMask");
     const int pitch = ctx->row_stride[0];
     EXPECT_EQ(pitch, 40);
     for (int i = 0; i < 3; ++i)
         for (int y = 0; y < h; ++y)
-            for (int x = 0; x < pitch; ++x) {
-                const uint8_t got = ctx->img_gaussian_pyramid[i][0][y * pitch + x];
-                const uint8_t want = x < w ? f.luma[i][(size_t)y * in_w + x] : 0xEE;
-                ASSERT_EQ(got, want) << "frame " << i << " (" << x << ", " << y << ")";
-            }
+            for (int x = 0; x < pitch; ++x)
+                ASSERT_EQ(ctx->img_gaussian_pyramid[i][0][y * pitch + x], x < w ? f[i][(size_t)y * in_w + x] : 0xEE)
+                    << "frame " << i << " (" << x << ", " << y << ")";
     for (int i = 0; i < 3; ++i)
         for (int k = 0; k < w * h; ++k) ASSERT_EQ(ctx->motion_mask[i][k], 1);
 }
 
-TEST(MotionMask, LogsTheExposureRatios) {
-    Frames f;
-    for (int i = 0; i < 3; ++i) f.luma[i].assign(8, 100);
-    const float scale[3] = {1, 1, 1};
-    const uint32_t units[3] = {16000, 1000, 4000};
-    LogCapture log;
-    run(scale, units, 0, 0, f, 8, 1);
-    EXPECT_TRUE(log.contains("ET_scale_ae2le: 0.250000, ET_scale_ae2he: 4.000000"));
-    bool labelled = false;
-    for (const LoggedLine &l : log.lines()) labelled = labelled || l.func == "MotionMask";
-    EXPECT_TRUE(labelled);
-}
-
 TEST(ResponseTables, EdgesOfTheInverse) {
+    // 28 and 30 are equally near 29: the larger wins.
+    const int inv[][2] = {{18, 0}, {19, 1}, {28, 10}, {29, 11}, {1608, 254}, {1609, 255}, {1623, 255}};
+    for (auto &e : inv) EXPECT_EQ(inv_csf_tab[e[0]], e[1]) << e[0];
     for (int v = 0; v <= 18; ++v) EXPECT_EQ(inv_csf_tab[v], 0) << v;
-    EXPECT_EQ(inv_csf_tab[19], 1);
-    EXPECT_EQ(inv_csf_tab[28], 10);
-    EXPECT_EQ(inv_csf_tab[29], 11); // 28 and 30 equally near: the larger wins
-    EXPECT_EQ(inv_csf_tab[1608], 254);
     for (int v = 1609; v <= 1623; ++v) EXPECT_EQ(inv_csf_tab[v], 255) << v;
     EXPECT_EQ(csf_tab[0], 18);
     EXPECT_EQ(csf_tab[128], 256);
@@ -209,35 +168,26 @@ TEST(ResponseTables, EdgesOfTheInverse) {
 }
 
 TEST(ImgMaskCalcAL, ColumnsInChunksRowsInPairs) {
-    struct Case {
-        int w, h, threshold;
-    };
     // 20: 16 + 4 columns; 22: 20 written, 2 left; 7: 4 written; 3: none.
     // Odd heights also write row h.  Only the threshold's low byte counts.
-    const Case cases[] = {{20, 4, 100}, {22, 3, 100}, {7, 1, 356}, {3, 2, 0},
-                          {45, 5, 0},   {30, 2, 255}, {16, 0, 1}};
+    const int cases[][3] = {{20, 4, 100}, {22, 3, 100}, {7, 1, 356}, {3, 2, 0}, {45, 5, 0}, {30, 2, 255}, {16, 0, 1}};
     HdrContext *ctx = shared_context();
-    for (const DspVariant &v : dsp_variants()) {
-        ScopedDsp use(v.table);
-        for (const Case &c : cases) {
-            const int stride = c.w + 5;
-            std::vector<uint8_t> src((size_t)stride * (c.h + 2));
-            for (size_t k = 0; k < src.size(); ++k) src[k] = (uint8_t)(k * 37 + 11);
-            std::vector<uint8_t> mask((size_t)c.w * (c.h + 2), 0x77);
-            ctx->width = c.w;
-            ctx->height = c.h;
-            ctx->aligned[AE_IDX].luma = src.data();
-            ImgMaskCalcAL(ctx, mask.data(), stride, c.threshold);
-            const int rows_written = c.h < 1 ? 0 : (c.h + 1) & ~1;
-            for (int y = 0; y < c.h + 2; ++y)
-                for (int x = 0; x < c.w; ++x) {
-                    const uint8_t s = src[(size_t)y * stride + x];
-                    const bool written = y < rows_written && x < (c.w & ~3);
-                    const uint8_t want = written ? (s >= (c.threshold & 255) ? 255 : 0) : 0x77;
-                    ASSERT_EQ(mask[(size_t)y * c.w + x], want)
-                        << v.name << " w " << c.w << " h " << c.h << " at (" << x << ", " << y << ")";
-                }
-        }
+    for (const auto &c : cases) {
+        const int w = c[0], h = c[1], t = c[2], stride = w + 5;
+        std::vector<uint8_t> src((size_t)stride * (h + 2)), mask((size_t)w * (h + 2), 0x77);
+        for (size_t k = 0; k < src.size(); ++k) src[k] = (uint8_t)(k * 37 + 11);
+        ctx->width = w;
+        ctx->height = h;
+        ctx->aligned[AE_IDX].luma = src.data();
+        ImgMaskCalcAL(ctx, mask.data(), stride, t);
+        const int rows_written = h < 1 ? 0 : (h + 1) & ~1;
+        for (int y = 0; y < h + 2; ++y)
+            for (int x = 0; x < w; ++x) {
+                const uint8_t s = src[(size_t)y * stride + x];
+                const bool written = y < rows_written && x < (w & ~3);
+                ASSERT_EQ(mask[(size_t)y * w + x], written ? (s >= (t & 255) ? 255 : 0) : 0x77)
+                    << "w " << w << " h " << h << " at (" << x << ", " << y << ")";
+            }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "unit/synthetic.h"
 
+#include <math.h>
 #include <string.h>
 
 namespace {
@@ -25,18 +26,10 @@ int32_t noise(int32_t x, int32_t y, int shift, uint32_t seed) {
     return (int32_t)((top * (one - fy) + bot * fy) >> (2 * shift));
 }
 
-uint32_t isqrt64(uint64_t v) {
-    uint64_t r = 0, bit = 1ull << 62;
-    while (bit > v) bit >>= 2;
-    while (bit) {
-        if (v >= r + bit) {
-            v -= r + bit;
-            r = (r >> 1) + bit;
-        } else {
-            r >>= 1;
-        }
-        bit >>= 2;
-    }
+uint32_t isqrt64(uint64_t v) { // floor of the square root, exact whatever the double rounding
+    uint64_t r = (uint64_t)sqrt((double)v);
+    while (r * r > v) --r;
+    while ((r + 1) * (r + 1) <= v) ++r;
     return (uint32_t)r;
 }
 
@@ -108,4 +101,12 @@ TestBracket make_bracket(int W, int H, const BracketOptions &o) {
             }
     }
     return b;
+}
+
+LumaFrame textured_frame(int width, int height, uint32_t seed) {
+    BracketOptions o;
+    o.seed = seed;
+    const TestBracket b = make_bracket(width, height, o);
+    const uint8_t *luma = b.frame[AE_IDX].luma();
+    return LumaFrame{width, height, std::vector<uint8_t>(luma, luma + (size_t)width * height)};
 }

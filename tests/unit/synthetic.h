@@ -34,3 +34,13 @@ struct TestBracket {
 };
 
 TestBracket make_bracket(int width, int height, const BracketOptions &opt = BracketOptions());
+
+// The AE luma of a synthetic bracket alone: detail at every scale, so that
+// every registration bitmap level sees texture.
+struct LumaFrame {
+    int width, height;
+    std::vector<uint8_t> pixels;
+    uint8_t *data() { return pixels.data(); }
+    uint8_t &at(int x, int y) { return pixels[(size_t)y * width + x]; }
+};
+LumaFrame textured_frame(int width, int height, uint32_t seed);

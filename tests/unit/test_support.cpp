@@ -4,27 +4,19 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include "cam_debug_stub.h"
 #include "common/cpu.h"
 
-#include "cam_debug_stub.h"
-
 std::vector<DspVariant> dsp_variants() {
-    std::vector<DspVariant> v;
-    DspVariant c;
-    c.name = "c";
-    hdr_dsp_init(&c.table, 0);
-    v.push_back(c);
+    std::vector<DspVariant> v(1);
+    v[0].name = "c";
+    hdr_dsp_init(&v[0].table, 0);
 #if HDR_HAVE_NEON
-    DspVariant n;
-    n.name = "neon";
-    hdr_dsp_init(&n.table, HDR_CPU_NEON);
-    v.push_back(n);
+    v.push_back({"neon", HdrDsp()});
+    hdr_dsp_init(&v[1].table, HDR_CPU_NEON);
 #elif defined(TEST_SIMDE_NEON)
-    DspVariant n;
-    n.name = "neon_simde";
-    hdr_dsp_init(&n.table, 0);
-    hdr_dsp_init_neon(&n.table);
-    v.push_back(n);
+    v.push_back({"neon_simde", v[0].table});
+    hdr_dsp_init_neon(&v[1].table);
 #endif
     return v;
 }
@@ -38,6 +30,18 @@ HdrContext *shared_context() {
         atexit(destroy_shared);
     }
     return g_ctx;
+}
+
+void set_geometry(HdrContext *ctx, int width, int height, int levels) {
+    ctx->width = width;
+    ctx->height = height;
+    if (levels < 0)
+        for (levels = 0; (2 << levels) <= (width < height ? width : height);) ++levels;
+    ctx->levels = levels;
+    for (int l = 0; l < levels; ++l) {
+        ctx->row_stride[l] = ((width >> l) + 10) & ~7;
+        ctx->chroma_stride[l] = ((width >> l) + 13) & ~7;
+    }
 }
 
 namespace {
@@ -71,8 +75,6 @@ std::vector<LoggedLine> LogCapture::lines() const {
     return copy;
 }
 
-bool LogCapture::contains(const std::string &text) const { return count(text) > 0; }
-
 int LogCapture::count(const std::string &text) const {
     int n = 0;
     for (const LoggedLine &l : lines()) n += l.text == text;
@@ -81,17 +83,11 @@ int LogCapture::count(const std::string &text) const {
 
 std::string bracket_data_dir() {
     struct stat st;
-    const char *dir = VARO_TEST_DATA_DIR;
-    if (stat(dir, &st) == 0 && S_ISDIR(st.st_mode)) return dir;
-    return std::string();
+    return stat(VARO_TEST_DATA_DIR, &st) == 0 && S_ISDIR(st.st_mode) ? VARO_TEST_DATA_DIR : "";
 }
 
 uint64_t hash_plane(const uint8_t *p, int stride, int w, int h, uint64_t seed) {
-    uint64_t hsh = seed;
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            hsh ^= p[(size_t)y * stride + x];
-            hsh *= 1099511628211ull;
-        }
-    return hsh;
+        for (int x = 0; x < w; ++x) seed = (seed ^ p[(size_t)y * stride + x]) * 1099511628211ull;
+    return seed;
 }

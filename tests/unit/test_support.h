@@ -9,8 +9,8 @@
 #include "common/dsp.h"
 #include "varo_hdr.h"
 
-// The kernel tables worth comparing in this build: "c" always, then "neon"
-// on Arm or "neon_simde" where the Arm kernels are compiled through SIMDe.
+// The kernel tables of this build: "c" always, then "neon" on Arm or
+// "neon_simde" where the Arm kernels are compiled through SIMDe.
 struct DspVariant {
     std::string name;
     HdrDsp table;
@@ -27,6 +27,10 @@ class ScopedDsp {
 // One full-capacity context per test process (creation takes ~430 MB).
 HdrContext *shared_context();
 
+// Working size as the driver sets it: levels (floor(log2) of the smaller
+// side unless given) and the pitches of every level.
+void set_geometry(HdrContext *ctx, int width, int height, int levels = -1);
+
 // Captures the lines logged through the host log, with logging enabled.
 struct LoggedLine {
     std::string func;
@@ -38,8 +42,8 @@ class LogCapture {
     LogCapture();
     ~LogCapture();
     std::vector<LoggedLine> lines() const;
-    bool contains(const std::string &text) const;
     int count(const std::string &text) const;
+    bool contains(const std::string &text) const { return count(text) > 0; }
 
   private:
     int32_t saved_enable_;

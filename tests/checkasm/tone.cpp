@@ -1,0 +1,54 @@
+// Kernels of the output normalisation: the wrapping statistics and the tone
+// mapping with its chroma gain.
+#include "checkasm/checkasm.h"
+
+CHECKASM_TEST(tone) {
+    const ToneDsp &ref = checkasm_ref().tone, &opt = checkasm_opt().tone;
+    if (checkasm_check_func(opt.stats != ref.stats, "tone_stats"))
+        for (const CheckasmSize c : CheckasmSizes(4160, 3120, 16, 1)) {
+            // The full frame at 32767 and a level all at -32768 make every 32-bit
+            // partial sum and square wrap; smaller sizes are kept quick.
+            const int w16 = c.w & ~15, stride = w16 + 8 * checkasm_rand_range(0, 2);
+            int h = c.h;
+            while (c.i > 0 && h > 2 && (long)w16 * h > (1 << 20)) h >>= 1;
+            const bool full = c.i < 3 || (c.i & 1);
+            const int lo = full ? -32768 : -300, hi = c.i == 1 ? -32768 : full ? 32767 : 600;
+            CheckasmBufs b;
+            const int luma = b.s16((size_t)h * stride, stride, stride, h, lo, hi, c.i == 0 ? PAT_MAX : c.i);
+            const int out = b.u8(sizeof(ToneStats), 8);
+            b.run([&](const HdrDsp &d, bool o) { d.tone.stats(b.p<ToneStats>(out, o), b.p<int16_t>(luma, o), stride, w16, h); },
+                  c.i == 0, "stats %dx%d [%d, %d]", w16, h, lo, hi);
+        }
+    if (checkasm_check_func(opt.map != ref.map, "tone_map"))
+        for (const CheckasmSize c : CheckasmSizes(4160, 3120, 8, 2)) {
+            const int w8 = c.w & ~7, lstride = w8 + 8 * checkasm_rand_range(0, 2);
+            const int cstride = w8 + 8 * checkasm_rand_range(0, 2), out_pitch = w8 + checkasm_rand_range(0, 20);
+            int pairs = c.h >> 1;
+            while (c.i > 0 && pairs > 1 && (long)w8 * pairs > (1 << 19)) pairs >>= 1;
+            static const int16_t los[] = {-128, -96, -64, -32, 0}, his[] = {383, 351, 319, 287, 255};
+            uint8_t lut[512];
+            int32_t gain[512];
+            for (uint8_t &v : lut) v = (uint8_t)checkasm_rand();
+            ToneCurve curve;
+            curve.lut = lut;
+            curve.gain = gain;
+            curve.lo = los[checkasm_rand_range(0, 4)];
+            curve.hi = his[checkasm_rand_range(0, 4)];
+            // Anchors near the range ends (zero divisors, both gain branches) or anywhere in 16 bits.
+            const bool any = c.i % 4 == 3, full = c.i % 4 == 1;
+            curve.low_anchor = (int16_t)(any ? (int)checkasm_rand() : checkasm_rand_range(-200, 8));
+            curve.high_anchor = (int16_t)(any ? (int)checkasm_rand() : checkasm_rand_range(250, 500));
+            tone_gain_table(gain, lut, curve.lo, curve.hi, curve.low_anchor, curve.high_anchor);
+            CheckasmBufs b;
+            const int luma = b.s16((size_t)2 * pairs * lstride, lstride, lstride, 2 * pairs,
+                                   full ? -32768 : -200, full ? 32767 : 500, c.i);
+            const int chroma = b.s16((size_t)pairs * cstride, cstride, cstride, pairs,
+                                     c.i & 1 ? -32768 : -300, c.i & 1 ? 32767 : 300, c.i + 1);
+            const int ol = b.u8((size_t)(2 * pairs - 1) * out_pitch + w8, out_pitch);
+            const int oc = b.u8((size_t)(pairs - 1) * out_pitch + w8, out_pitch);
+            b.run([&](const HdrDsp &d, bool o) {
+                d.tone.map(b.p<uint8_t>(ol, o), b.p<uint8_t>(oc, o), out_pitch, b.p<int16_t>(luma, o), lstride,
+                           b.p<int16_t>(chroma, o), cstride, w8, pairs, &curve);
+            }, c.i == 0, "map %dx%d L %d U %d", w8, 2 * pairs, curve.low_anchor, curve.high_anchor);
+        }
+}
