@@ -24,23 +24,6 @@ TEST(AlignMalloc, DistanceByte) {
     }
 }
 
-TEST(Context, BufferSizesMatchTheCapacity) {
-    const size_t bitmap_s[6] = {3499008, 936192, 270976, 88128, 34144, 16512};
-    size_t buffers = 0;
-    for (int l = 0; l < 6; ++l) {
-        EXPECT_EQ(pool_bitmap_bytes(l), bitmap_s[l]) << l;
-        buffers += 3 * (pool_bitmap_bytes(l) + 80);
-    }
-    for (int l = 0; l < 11; ++l) buffers += 3 * (pool_weight_bytes(l) + pool_band_bytes(l));
-    for (int k = 0; k < 10; ++k) buffers += 3 * pool_chroma_band_bytes(k);
-    buffers += 3 * (POOL_GAUSS0_BYTES + POOL_GAUSS1_BYTES + 2 * POOL_FRAME16_BYTES);
-    // 429,900,112 in all with a 1208-byte context record (+128 of slack);
-    // the record's size depends on the platform's pthread types.
-    EXPECT_EQ(buffers, 429900112u - (1208u + 128u));
-    EXPECT_EQ(pool_weight_bytes(0), (size_t)3144 * 4160 + 80);
-    EXPECT_EQ(pool_chroma_band_bytes(0), (size_t)1584 * 2080 * 4 + 80); // rows from h + 25
-}
-
 TEST(Context, PointersSitAtTheirGuardOffsets) {
     HdrContext *ctx = shared_context();
     for (int f = 0; f < 3; ++f) {

@@ -1,5 +1,5 @@
-// Image I/O of the tools and the merge tool's argument parsing (host builds
-// with libpng and libjpeg only).
+// Image I/O of the tools (host builds with libpng and libjpeg only); loading
+// the bracket sets is exercised by the real-bracket merges.
 #ifdef VARO_HAVE_IMAGEIO
 
 #include <gtest/gtest.h>
@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include "imageio.h"
-#include "merge_support.h"
-#include "unit/test_support.h"
 
 using namespace varo_io;
 
@@ -51,55 +49,6 @@ TEST(ImageIo, Nv12KnownColours) {
         for (int k = 0; k < 3; ++k) EXPECT_NEAR(back.rgb[k], img.rgb[k], grey ? 0 : 3) << (int)c[0] << "," << (int)c[1];
         if (grey) { EXPECT_EQ(std::vector<int>({n.luma[0], n.chroma[0], n.chroma[1]}), std::vector<int>({c[0], 128, 128})); }
     }
-}
-
-TEST(ImageIo, BracketSetLoadsWithSizeAndRoles) {
-    const std::string root = bracket_data_dir();
-    if (root.empty()) GTEST_SKIP() << "bracket data not present";
-    BracketSet set;
-    std::string err;
-    ASSERT_TRUE(load_bracket_set(root + "/memorial_church", &set, &err)) << err;
-    EXPECT_EQ(std::vector<uint32_t>({set.exposure_units[LE_IDX], set.exposure_units[AE_IDX], set.exposure_units[HE_IDX]}),
-              std::vector<uint32_t>({250000, 2000000, 16000000}));
-    double mean[3] = {};
-    for (int f = 0; f < 3; ++f) {
-        EXPECT_EQ(std::make_pair(set.frame[f].width, set.frame[f].height), std::make_pair(512, 768));
-        for (uint8_t v : set.frame[f].rgb) mean[f] += v;
-    }
-    // Roles: brightness rises from LE to AE to HE.
-    EXPECT_LT(mean[LE_IDX], mean[AE_IDX]);
-    EXPECT_LT(mean[AE_IDX], mean[HE_IDX]);
-}
-
-TEST(MergeTool, ArgumentsAcceptedAndRejected) {
-    const struct {
-        std::vector<const char *> args;
-        bool ok;
-    } cases[] = {
-        {{}, true},
-        {{"--bracket", "d", "--size", "640x360", "--log", "--out-nv12", "o.nv12"}, true},
-        {{"--he", "a", "--le", "b", "--ae", "c", "--exposure-units", "16,1,4"}, true},
-        {{"--he", "a", "--le", "b", "--ae", "c"}, false}, // no exposures
-        {{"--he", "a", "--le", "b"}, false},              // incomplete set
-        {{"--he", "a", "--le", "b", "--ae", "c", "--bracket", "d", "--exposure-units", "1,2,3"}, false},
-        {{"--exposure-units", "1,2"}, false}, {{"--exposure-units", "1,0,3"}, false}, {{"--exposure-units", "1,2,3x"}, false},
-        {{"--exposure-units", "4294967296,1,1"}, false}, {{"--size", "641x360"}, false}, {{"--size", "4162x3120"}, false},
-        {{"--size", "4160x3120"}, true}, {{"--size", "64x64"}, false}, {{"--size"}, false}, {{"--bogus"}, false},
-    };
-    for (const auto &c : cases) {
-        std::vector<const char *> argv = {"varo_hdr_merge"};
-        argv.insert(argv.end(), c.args.begin(), c.args.end());
-        varo_merge::Options o;
-        std::string err;
-        EXPECT_EQ(varo_merge::parse_args((int)argv.size(), argv.data(), &o, &err), c.ok) << argv.back() << " " << err;
-        EXPECT_EQ(err.empty(), c.ok) << argv.back();
-    }
-    varo_merge::Options o;
-    std::string err;
-    const char *argv[] = {"x", "--exposure-units", "40000,2500,10000", "--size", "320x240"};
-    ASSERT_TRUE(varo_merge::parse_args(5, argv, &o, &err));
-    EXPECT_EQ(std::vector<int64_t>({o.units[HE_IDX], o.units[LE_IDX], o.units[AE_IDX], o.width, o.height}),
-              std::vector<int64_t>({40000, 2500, 10000, 320, 240}));
 }
 
 } // namespace
