@@ -20,15 +20,9 @@ void copy_flip_c(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_
 
 void reduce_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
     const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
-    const int e = 2 * pairs;
     for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
         int8_t *p = src;
-        p[-4] = p[4];
-        p[-3] = p[5];
-        p[-2] = p[2];
-        p[-1] = p[3];
-        p[e] = p[e - 4];
-        p[e + 1] = p[e - 3];
+        pad_pairs_mirror(p, pairs);
         for (int i = 0; i < n; ++i) {
             const int b = 4 * (i >> 1) + (i & 1);
             dst[i] = (int16_t)(p[b - 4] + 4 * p[b - 2] + 6 * p[b] + 4 * p[b + 2] + p[b + 4]);
@@ -65,10 +59,7 @@ void expand_pair_rows(int16_t *dst, T *src, ptrdiff_t src_stride, int src_pairs,
     const int e = 2 * src_pairs;
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         T *q = src;
-        q[-2] = q[0];
-        q[-1] = q[1];
-        q[e] = q[e - 2];
-        q[e + 1] = q[e - 1];
+        pad_pairs_repeat(q, src_pairs);
         for (int k = 0; k < kmax; ++k)
             for (int c = 0; c < 2; ++c) {
                 const int a = q[2 * k - 2 + c], b = q[2 * k + c], d = q[2 * k + 2 + c];

@@ -11,6 +11,26 @@
 #include <stddef.h>
 #include <stdint.h>
 
+// In-place row pads of a pair-interleaved row of `pairs` pairs, each
+// component padded with itself, written in this order by every variant:
+// the reduce mirrors about the end pairs, the expand repeats them.
+template <class T> inline void pad_pairs_mirror(T *p, int pairs) {
+    const int e = 2 * pairs;
+    p[-4] = p[4];
+    p[-3] = p[5];
+    p[-2] = p[2];
+    p[-1] = p[3];
+    p[e] = p[e - 4];
+    p[e + 1] = p[e - 3];
+}
+template <class T> inline void pad_pairs_repeat(T *p, int pairs) {
+    const int e = 2 * pairs;
+    p[-2] = p[0];
+    p[-1] = p[1];
+    p[e] = p[e - 2];
+    p[e + 1] = p[e - 1];
+}
+
 // Signed working copy of the level-0 plane.  Rows are copied in pairs:
 // ceil2(rows) rows (one past the plane when rows is odd), ceil16(bytes) bytes
 // each, every byte plus 128 modulo 256.  Reads the same extent of src.

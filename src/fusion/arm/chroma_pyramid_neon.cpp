@@ -27,15 +27,9 @@ inline int16x8_t widen_s8(uint8x8_t v) { return vmovl_s8(vreinterpret_s8_u8(v));
 // taps -1, +1 odd pairs shifted by 0, 1.  Sums stay within 16 bits.
 void reduce_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
     const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
-    const int e = 2 * pairs;
     for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
         int8_t *p = src;
-        p[-4] = p[4];
-        p[-3] = p[5];
-        p[-2] = p[2];
-        p[-1] = p[3];
-        p[e] = p[e - 4];
-        p[e + 1] = p[e - 3];
+        pad_pairs_mirror(p, pairs);
         const uint8_t *u = (const uint8_t *)p;
         for (int i = 0; i < n; i += 8) {
             const uint8_t *s = u + 2 * i - 4;
@@ -102,10 +96,7 @@ void expand_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pair
     const int e = 2 * src_pairs;
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int8_t *q = src;
-        q[-2] = q[0];
-        q[-1] = q[1];
-        q[e] = q[e - 2];
-        q[e + 1] = q[e - 1];
+        pad_pairs_repeat(q, src_pairs);
         for (int k = 0; k < kmax; k += 8) {
             const int8x16_t a = vld1q_s8(q + 2 * k - 2), b = vld1q_s8(q + 2 * k),
                             c = vld1q_s8(q + 2 * k + 2);

@@ -49,10 +49,7 @@ void collapse_h_neon(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_p
     const int e = 2 * src_pairs;
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int16_t *q = src;
-        q[-2] = q[0];
-        q[-1] = q[1];
-        q[e] = q[e - 2];
-        q[e + 1] = q[e - 1];
+        pad_pairs_repeat(q, src_pairs);
         for (int k = 0; k < kmax; k += 4) {
             const int16x8_t a = vld1q_s16(q + 2 * k - 2), b = vld1q_s16(q + 2 * k),
                             c = vld1q_s16(q + 2 * k + 2);
