@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "imageio.h"
 #include "merge_support.h"
 #include "unit/test_support.h"
 
@@ -70,6 +71,43 @@ TEST(RealBrackets, MergeAtNativeAndFullSize) {
             const double after = clipped_share(out, in.width, 0, 0, in.out_width, in.out_height);
             printf("  %s: clipped %.2f%% -> %.2f%%\n", what.c_str(), 100 * before, 100 * after);
             if (before > 0.01) { EXPECT_LT(after, before) << what; }
+        }
+    }
+}
+
+// Shifts planted by cropping windows out of real frames: the side window
+// starts (x, y) earlier in the scene, so side pixel (r, c) shows AE pixel
+// (r - y, c - x), and the search must answer (x, y) exactly, up to +-62 on
+// both axes, for the same frame and for a differently exposed one (sets shot
+// from a fixed camera).
+TEST(RealBrackets, PlantedShiftsAreRecovered) {
+    const std::string root = bracket_data_dir();
+    if (root.empty()) GTEST_SKIP() << "bracket sets not present (../shared/data/brackets)";
+    const int shifts[][2] = {{0, 0}, {5, -3}, {-17, 29}, {40, -40}, {62, 0}, {0, -62},
+                             {-62, 62}, {62, 62}, {-62, -62}, {33, -51}};
+    const std::pair<const char *, int> pairs[] = {
+        {"sculpture_garden_people", AE_IDX}, {"sculpture_garden_people", LE_IDX}, {"horse_stable", AE_IDX}};
+    HdrContext *ctx = shared_context();
+    for (const auto &pair : pairs) {
+        varo_io::BracketSet set;
+        std::string err;
+        ASSERT_TRUE(varo_io::load_bracket_set(root + "/" + pair.first, &set, &err)) << err;
+        const varo_io::Nv12Image side = varo_io::rgb_to_nv12(set.frame[pair.second]);
+        const varo_io::Nv12Image ae = varo_io::rgb_to_nv12(set.frame[AE_IDX]);
+        const int W = ae.width, ww = (W - 130) & ~63, wh = (ae.height - 130) & ~63;
+        const int x0 = (W - ww) / 2, y0 = (ae.height - wh) / 2;
+        for (const auto &d : shifts) {
+            std::vector<uint8_t> fixed((size_t)ww * wh), moving((size_t)ww * wh);
+            for (int r = 0; r < wh; ++r) {
+                memcpy(&fixed[(size_t)r * ww], &side.luma[(size_t)(y0 - d[1] + r) * W + x0 - d[0]], ww);
+                memcpy(&moving[(size_t)r * ww], &ae.luma[(size_t)(y0 + r) * W + x0], ww);
+            }
+            BitmapCalc(fixed.data(), ww, wh, &ctx->bitmap_pyramid[HE_IDX][0]);
+            BitmapCalc(moving.data(), ww, wh, &ctx->bitmap_pyramid[AE_IDX][0]);
+            HdrOffset found = {99, 99};
+            OffsetCalc(&ctx->bitmap_pyramid[HE_IDX][0], &ctx->bitmap_pyramid[AE_IDX][0], &found);
+            EXPECT_EQ(std::make_pair(found.x, found.y), std::make_pair(d[0], d[1]))
+                << pair.first << " frame " << pair.second << " against AE";
         }
     }
 }
