@@ -2,6 +2,7 @@
 // about 256 at every pixel, through a reciprocal table.
 #include "common/arith.h"
 #include "common/dsp.h"
+#include "common/table_gen.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -10,15 +11,8 @@ namespace {
 constexpr uint16_t reciprocal(int s) { return s < 2 ? 65535 : (uint16_t)(65536 / s); }
 } // namespace
 
-#define WI4(i) reciprocal(i), reciprocal((i) + 1), reciprocal((i) + 2), reciprocal((i) + 3)
-#define WI16(i) WI4(i), WI4((i) + 4), WI4((i) + 8), WI4((i) + 12)
-#define WI64(i) WI16(i), WI16((i) + 16), WI16((i) + 32), WI16((i) + 48)
-#define WI256(i) WI64(i), WI64((i) + 64), WI64((i) + 128), WI64((i) + 192)
-extern "C" VARO_HDR_API const uint16_t weight_int_tab[768] = {WI256(0), WI256(256), WI256(512)};
-#undef WI4
-#undef WI16
-#undef WI64
-#undef WI256
+extern "C" VARO_HDR_API const uint16_t weight_int_tab[768] = {
+    TABLE_GEN256(reciprocal, 0), TABLE_GEN256(reciprocal, 256), TABLE_GEN256(reciprocal, 512)};
 
 void weight_normalize_c(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride, int width,
                         int height) {

@@ -2,6 +2,7 @@
 // frame's own luma, gated by its motion mask.
 #include "common/arith.h"
 #include "common/dsp.h"
+#include "common/table_gen.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -36,15 +37,8 @@ constexpr uint8_t curve_entry(int i) {
 
 } // namespace
 
-#define WE4(i) curve_entry(i), curve_entry((i) + 1), curve_entry((i) + 2), curve_entry((i) + 3)
-#define WE16(i) WE4(i), WE4((i) + 4), WE4((i) + 8), WE4((i) + 12)
-#define WE64(i) WE16(i), WE16((i) + 16), WE16((i) + 32), WE16((i) + 48)
-#define WE256(i) WE64(i), WE64((i) + 64), WE64((i) + 128), WE64((i) + 192)
-extern "C" VARO_HDR_API const uint8_t well_expose[768] = {WE256(0), WE256(256), WE256(512)};
-#undef WE4
-#undef WE16
-#undef WE64
-#undef WE256
+extern "C" VARO_HDR_API const uint8_t well_expose[768] = {
+    TABLE_GEN256(curve_entry, 0), TABLE_GEN256(curve_entry, 256), TABLE_GEN256(curve_entry, 512)};
 
 void weight_well_exposed_c(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
                            const uint8_t *curve, int width, int height) {
