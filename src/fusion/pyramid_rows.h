@@ -6,6 +6,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "common/arith.h"
+#include "fusion/fusion_dsp.h"
+
 // Reduce: mirror about the end pixels without repeating them.
 template <class T> static inline void pad_mirror(T *p, int w) {
     p[-2] = p[2];
@@ -45,4 +48,36 @@ static inline void expand_rows(const T *hs, int w8, int h, Emit emit) {
     }
     if (h & 1)
         for (int x = 0; x < w8; ++x) emit(2 * j + 2, x, 7 * last[x]);
+}
+
+// Horizontal decimating pass of both pyramids (reduce_h_fn), centre tap C:
+// 54 for the weights, 6 for the image.
+template <int C> decl_reduce_h_fn(pyramid_reduce_h_c) {
+    const int n = (int)ceil8((unsigned)(w >> 1));
+    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
+        uint8_t *p = src;
+        pad_mirror(p, w);
+        for (int k = 0; k < n; ++k)
+            dst[k] = (uint16_t)(p[2 * k - 2] + 4 * p[2 * k - 1] + C * p[2 * k] + 4 * p[2 * k + 1] +
+                                p[2 * k + 2]);
+    }
+}
+
+// Horizontal expanding pass of the image pyramid (8-bit source, columns in
+// groups of 16) and of the collapse (16-bit, groups of 8); the sums are kept
+// to their low 16 bits.
+template <class D, class S, unsigned Group>
+void pyramid_expand_h_c(D *dst, S *src, ptrdiff_t src_stride, int w, int h, int dst_w) {
+    const int n = (int)(((unsigned)w + Group - 1) & ~(Group - 1));
+    const ptrdiff_t pitch = ceil8((unsigned)dst_w);
+    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
+        S *q = src;
+        pad_repeat(q, w);
+        for (int k = 0; k < n; ++k) {
+            dst[2 * k] = (D)(uint16_t)(q[k - 1] + 6 * q[k] + q[k + 1]);
+            dst[2 * k + 1] = (D)(uint16_t)(4 * q[k] + 4 * q[k + 1]);
+        }
+        // An odd last column has no right neighbour to share: weight 7.
+        if (dst_w & 1) dst[dst_w - 1] = (D)(uint16_t)(7 * q[w - 1]);
+    }
 }

@@ -5,7 +5,7 @@
 #include <stdio.h>
 
 #include "alloc/alloc_hook.h"
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 #include "varo_hdr.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <string>
 
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 #include "unit/test_support.h"
 
 namespace {
@@ -105,7 +105,7 @@ TEST(Merge, GoldenOutputsPlantedOffsetsAndDeterminism) {
     };
     HdrContext *ctx = shared_context();
     for (const DspVariant &v : dsp_variants()) {
-        ScopedDsp use(v.table);
+        ScopedDsp use(v.mask);
         for (const auto &g : goldens) {
             const std::string what = v.name + " " + std::to_string(g.w) + "x" + std::to_string(g.h);
             const TestBracket b = make_bracket(g.w, g.h, g.opt);

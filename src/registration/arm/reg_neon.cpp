@@ -54,8 +54,7 @@ inline void store_pair(uint8x16_t t0, uint8x16_t t1, uint8x16_t e0, uint8x16_t e
 }
 
 template <int Level>
-void bitmap_row_neon(const uint8_t *src, unsigned width, uint8_t median, uint8_t tolerance,
-                     uint32_t *dst) {
+decl_bitmap_row_fn(bitmap_row_neon) {
     const uint8x16_t med = vdupq_n_u8(median);
     const uint8x16_t tol = vdupq_n_u8(tolerance);
     const unsigned groups = width >> 5;

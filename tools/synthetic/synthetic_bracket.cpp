@@ -1,4 +1,4 @@
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 
 #include <math.h>
 #include <string.h>
