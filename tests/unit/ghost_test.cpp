@@ -129,32 +129,6 @@ TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
     }
 }
 
-// Without flags only the overlap is copied, from the input pitch; the ratios are logged.
-TEST(MotionMask, WithoutFlagsOnlyCopiesTheOverlapAndLogsRatios) {
-    const int w = 37, h = 5, in_w = 45;
-    HdrContext *ctx = shared_context();
-    Frames f;
-    for (int i = 0; i < 3; ++i) {
-        for (int k = 0; k < in_w * h; ++k) f[i].push_back((uint8_t)(k * 7 + i * 50));
-        memset(ctx->img_gaussian_pyramid[i][0], 0xEE, 64 * 8);
-    }
-    const float scale[3] = {1, 1, 1};
-    const uint32_t units[3] = {16000, 1000, 4000};
-    LogCapture log;
-    EXPECT_EQ(run(scale, units, 0, 0, f, w, h, in_w), 0);
-    EXPECT_TRUE(log.contains("ET_scale_ae2le: 0.250000, ET_scale_ae2he: 4.000000"));
-    EXPECT_EQ(log.lines().at(0).func, "MotionMask");
-    const int pitch = ctx->row_stride[0];
-    EXPECT_EQ(pitch, 40);
-    for (int i = 0; i < 3; ++i)
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < pitch; ++x)
-                ASSERT_EQ(ctx->img_gaussian_pyramid[i][0][y * pitch + x], x < w ? f[i][(size_t)y * in_w + x] : 0xEE)
-                    << "frame " << i << " (" << x << ", " << y << ")";
-    for (int i = 0; i < 3; ++i)
-        for (int k = 0; k < w * h; ++k) ASSERT_EQ(ctx->motion_mask[i][k], 1);
-}
-
 TEST(ResponseTables, EdgesOfTheInverse) {
     // 28 and 30 are equally near 29: the larger wins.
     const int inv[][2] = {{18, 0}, {19, 1}, {28, 10}, {29, 11}, {1608, 254}, {1609, 255}, {1623, 255}};
