@@ -70,8 +70,8 @@ decl_bitmap_row_fn(bitmap_row_neon) {
 
 } // namespace
 
-// The shifted-row error count keeps its scalar table form: a vcnt version
-// measured no faster under qemu-arm (x1.06 shifted, x0.66 aligned with the map stores).
+// Bitmap levels 4 and 5 (at most 260 samples a row) and the shifted-row
+// error count keep their reference kernels.
 void reg_dsp_init_neon(RegDsp *dsp) {
     dsp->bitmap_row[0] = bitmap_row_neon<0>;
     dsp->bitmap_row[1] = bitmap_row_neon<1>;

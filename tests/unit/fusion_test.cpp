@@ -1,4 +1,4 @@
-// Exact properties of the luma fusion stages on the shared context: table
+// Exact properties of the fusion stages on the shared context: table
 // entries, weight maps, normalisation, the weight pyramid's borders, the
 // bands of a constant picture, blend rounding and exact reconstruction.
 #include <gtest/gtest.h>
@@ -131,6 +131,27 @@ TEST(FusionLuma, BlendRounding) {
                 const int i = y * ctx->row_stride[0] + x;
                 ASSERT_EQ(ctx->img_laplacian_pyramid[0][0].IY[i], (255 * values[i % 10] + 128) >> 8) << (int)wt[0] << " " << i;
             }
+    }
+}
+
+// Chroma with n < 3 (never reached by a merge, whose bitmaps need frames of
+// 64 rows and more): only the signed level-0 plane, in residual slot 0, each
+// row exactly its values; 0 -> -128, 255 -> 127.
+TEST(FusionChroma, ResidualOnlyBelowThreeLevels) {
+    HdrContext *ctx = shared_context();
+    const int W = 40, H = 12, cs = 48;
+    set_geometry(ctx, W, H);
+    ASSERT_EQ(ctx->chroma_stride[0], cs);
+    std::vector<uint8_t> plane((size_t)W * (H / 2 + 2) + 64);
+    for (size_t i = 0; i < plane.size(); ++i) plane[i] = (i % 3) ? 255 : 0;
+    ctx->aligned[LE_IDX].chroma = plane.data();
+    int16_t *band = ctx->img_laplacian_pyramid[LE_IDX][0].IC;
+    for (int n : {1, 2}) {
+        memset(band, 0x55, (size_t)(H / 2) * cs * 2);
+        ImageLaplacianPyramidChroma(ctx, W, n, LE_IDX);
+        for (int y = 0; y < H / 2; ++y)
+            for (int x = 0; x < cs; ++x)
+                ASSERT_EQ(band[y * cs + x], x < W ? ((y * W + x) % 3 ? 127 : -128) : 0x5555) << n << " " << x << "," << y;
     }
 }
 
