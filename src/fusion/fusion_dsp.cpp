@@ -6,9 +6,9 @@ void fusion_dsp_init_c(FusionDsp *dsp) {
     dsp->weight_well_exposed = weight_well_exposed_c;
     dsp->weight_normalize = weight_normalize_c;
     dsp->weight_reduce_h = pyramid_reduce_h_c<54>;
-    dsp->weight_reduce_v = weight_reduce_v_c;
+    dsp->weight_reduce_v = pyramid_reduce_v_c<54, 12>;
     dsp->image_reduce_h = pyramid_reduce_h_c<6>;
-    dsp->image_reduce_v = image_reduce_v_c;
+    dsp->image_reduce_v = pyramid_reduce_v_c<6, 8>;
     dsp->image_expand_h = pyramid_expand_h_c<uint16_t, uint8_t, 16>;
     dsp->image_band_v = image_band_v_c;
     dsp->residual_copy = residual_copy_c;

@@ -123,12 +123,10 @@ struct FusionDsp {
 void fusion_dsp_init_c(FusionDsp *dsp);
 void fusion_dsp_init_neon(FusionDsp *dsp); // Arm builds and SIMDe test builds only
 
-// Reference kernels, defined beside their stages.  One reduce_h and one
+// Reference kernels, defined beside their stages.  One reduce and one
 // expand_h reference serve both pyramids (see pyramid_rows.h).
 decl_weight_well_exposed_fn(weight_well_exposed_c);
 decl_weight_normalize_fn(weight_normalize_c);
-decl_reduce_v_fn(weight_reduce_v_c);
-decl_reduce_v_fn(image_reduce_v_c);
 decl_image_band_v_fn(image_band_v_c);
 decl_residual_copy_fn(residual_copy_c);
 decl_band_blend_fn(band_blend_c);

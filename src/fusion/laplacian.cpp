@@ -7,25 +7,6 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-// Sums stay within 16 bits (at most 256 * 255), so the result needs no clamp.
-static inline uint8_t image_out(unsigned sum) { return (uint8_t)((sum + 128) >> 8); }
-
-decl_reduce_v_fn(image_reduce_v_c) {
-    const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; ++x) dst[x] = image_out(6u * t[x] + 8u * t[s + x] + 2u * t[2 * s + x]);
-    for (int k = 1; k < out_h - 1; ++k) {
-        const uint16_t *c = t + 2 * k * s;
-        uint8_t *d = dst + k * dst_stride;
-        for (int x = 0; x < out_w; ++x)
-            d[x] = image_out(c[x - 2 * s] + 4u * c[x - s] + 6u * c[x] + 4u * c[x + s] + c[x + 2 * s]);
-    }
-    const int k = out_h - 1;
-    const uint16_t *c = t + 2 * k * s;
-    uint8_t *d = dst + k * dst_stride;
-    for (int x = 0; x < out_w; ++x)
-        d[x] = image_out(c[x - 2 * s] + 4u * c[x - s] + 7u * c[x] + 4u * c[x + s]);
-}
-
 decl_image_band_v_fn(image_band_v_c) {
     expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
         band[y * band_stride + x] = (int16_t)(g[y * g_stride + x] - ((e + 32) >> 6));

@@ -63,6 +63,26 @@ template <int C> decl_reduce_h_fn(pyramid_reduce_h_c) {
     }
 }
 
+// Vertical decimating pass of both pyramids (reduce_v_fn): centre tap C,
+// rounded by Shift and saturated, (54, 12) for the weights; (6, 8) for the
+// image, whose sums stay within 16 bits so that nothing saturates.
+template <unsigned C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_c) {
+    const auto out = [](unsigned sum) { return min_u8((sum + (1u << (Shift - 1))) >> Shift); };
+    const ptrdiff_t s = out_w;
+    for (int x = 0; x < out_w; ++x) dst[x] = out(C * t[x] + 8u * t[s + x] + 2u * t[2 * s + x]);
+    for (int k = 1; k < out_h - 1; ++k) {
+        const uint16_t *c = t + 2 * k * s;
+        uint8_t *d = dst + k * dst_stride;
+        for (int x = 0; x < out_w; ++x)
+            d[x] = out(c[x - 2 * s] + 4u * c[x - s] + C * c[x] + 4u * c[x + s] + c[x + 2 * s]);
+    }
+    // The row below the bottom centre is the centre itself, not a mirror.
+    const int k = out_h - 1;
+    const uint16_t *c = t + 2 * k * s;
+    uint8_t *d = dst + k * dst_stride;
+    for (int x = 0; x < out_w; ++x) d[x] = out(c[x - 2 * s] + 4u * c[x - s] + (C + 1) * c[x] + 4u * c[x + s]);
+}
+
 // Horizontal expanding pass of the image pyramid (8-bit source, columns in
 // groups of 16) and of the collapse (16-bit, groups of 8); the sums are kept
 // to their low 16 bits.
