@@ -25,6 +25,24 @@ TEST(FusionLuma, TableEntries) {
     for (auto &r : recip) EXPECT_EQ(weight_int_tab[r[0]], r[1]) << r[0];
 }
 
+// weight = min(255, curve[luma] * mask): an excluded pixel gets 0, a forced
+// reference pixel (mask 255) the maximum, whatever its curve entry.
+TEST(FusionLuma, WeightFromCurveAndMask) {
+    HdrContext *ctx = shared_context();
+    set_geometry(ctx, 24, 1, 1);
+    const uint8_t luma[] = {0, 0, 0, 127, 127, 127, 255, 255, 255};
+    for (int f = 0; f < 3; ++f) {
+        for (int x = 0; x < 9; ++x) {
+            ctx->img_gaussian_pyramid[f][0][x] = luma[x];
+            ctx->motion_mask[f][x] = x % 3 == 0 ? 0 : x % 3 == 1 ? 1 : 255;
+        }
+        WeightWellExposed(ctx, f);
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ(ctx->w_gaussian_pyramid[f][0][x], x % 3 == 0 ? 0 : x % 3 == 1 ? well_expose[256 * f + luma[x]] : 255)
+                << f << " " << x;
+    }
+}
+
 TEST(FusionLuma, NormalizedTriples) {
     const uint8_t in[][3] = {{0, 0, 0}, {1, 0, 0}, {255, 0, 0},     {255, 255, 255}, {200, 55, 1}, {1, 2, 0},
                              {100, 100, 0}, {1, 1, 1}, {0, 0, 7}, {0, 90, 0}, {17, 0, 17}, {254, 254, 1}};
