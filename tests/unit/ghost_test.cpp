@@ -88,6 +88,7 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
          {{0, 9, 0, 1, 1, 1, 0, 9, 0},             // 0 / 0: NaN, nothing
           {0, 9, 5, 0, 1, 255, 0, 9, 5},           // 5 / 0: infinite
           {128, 9, 104, 1, 1, 1, 128, 9, 104}, {128, 9, 105, 0, 1, 255, 128, 9, 105}}},
+        {"HE r 2: still the short-HE rule", 1, 1, 1, 8000, 2000, 4000, 0, 1, {{128, 9, 200, 0, 1, 255, 128, 9, 200}}},
         {"HE r 0.5: negative threshold", 1, 1, 1, 2000, 2000, 4000, 0, 1, {{128, 9, 178, 0, 1, 255, 128, 9, 178}}},
         {"HE ratio NaN", nan, 1, 1, 16000, 2000, 4000, 1, 1, {{200, 50, 128, 1, 1, 1, 200, 50, 128}}},
         // AE exposure 0: both ratios infinite; AE->LE predicts 255, HE->AE 0.
