@@ -65,10 +65,7 @@ void expand_pair_rows(int16_t *dst, T *src, ptrdiff_t src_stride, int src_pairs,
                 dst[4 * k + c] = (int16_t)(a + 6 * b + d);
                 dst[4 * k + 2 + c] = (int16_t)(4 * b + 4 * d);
             }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
@@ -80,10 +77,9 @@ decl_chroma_expand_h_fn(chroma_expand_h_c) {
 decl_chroma_expand_band_fn(chroma_expand_band_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    const int tail = (rows & 1) ? 3 : 2;
     for (int y = 0; y < rows; ++y) {
         int16_t *b = band + y * band_stride;
-        if (zero_edges && (y < 2 || y >= rows - tail)) {
+        if (zero_edges && chroma_zero_row(y, rows)) {
             for (int i = 0; i < n; ++i) b[i] = 0;
             continue;
         }

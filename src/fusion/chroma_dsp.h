@@ -31,6 +31,19 @@ template <class T> inline void pad_pairs_repeat(T *p, int pairs) {
     p[e + 1] = p[e - 1];
 }
 
+// The expand's last pair of an odd output pair count has no right neighbour
+// to share: 7 times the last source pair (e = 2 * src_pairs).
+template <class T> inline void odd_last_pair(int16_t *dst, int dst_pairs, const T *q, int e) {
+    if (dst_pairs & 1) {
+        dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
+        dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
+    }
+}
+
+// Rows of level 0 that the band writes as 0: the first two and the last two
+// (three for an odd row count).
+static inline bool chroma_zero_row(int y, int rows) { return y < 2 || y >= rows - ((rows & 1) ? 3 : 2); }
+
 // Signed working copy of the level-0 plane.  Rows are copied in pairs:
 // ceil2(rows) rows (one past the plane when rows is odd), ceil16(bytes) bytes
 // each, every byte plus 128 modulo 256.  Reads the same extent of src.

@@ -78,14 +78,6 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_neon) {
     }
 }
 
-// Even output pair 2k and odd pair 2k+1 are formed in separate vectors and
-// interleaved as 32-bit units (one pair each).
-static inline void store_interleaved(int16_t *d, int16x8_t even, int16x8_t odd) {
-    const int32x4x2_t z = vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
-    vst1q_s16(d, vreinterpretq_s16_s32(z.val[0]));
-    vst1q_s16(d + 8, vreinterpretq_s16_s32(z.val[1]));
-}
-
 decl_chroma_expand_h_fn(chroma_expand_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8((unsigned)src_pairs);
@@ -105,20 +97,16 @@ decl_chroma_expand_h_fn(chroma_expand_h_neon) {
                 store_interleaved(dst + 4 * k + 16 * half, even, odd);
             }
         }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
 decl_chroma_expand_band_fn(chroma_expand_band_neon) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    const int tail = (rows & 1) ? 3 : 2;
     for (int y = 0; y < rows; ++y) {
         int16_t *b = band + y * band_stride;
-        if (zero_edges && (y < 2 || y >= rows - tail)) {
+        if (zero_edges && chroma_zero_row(y, rows)) {
             for (int i = 0; i < n; i += 8) vst1q_s16(b + i, vdupq_n_s16(0));
             continue;
         }

@@ -50,15 +50,9 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
                             c = vld1q_s16(q + 2 * k + 2);
             const int16x8_t even = vmlaq_n_s16(vaddq_s16(a, c), b, 6);
             const int16x8_t odd = vshlq_n_s16(vaddq_s16(b, c), 2);
-            const int32x4x2_t z =
-                vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
-            vst1q_s16(dst + 4 * k, vreinterpretq_s16_s32(z.val[0]));
-            vst1q_s16(dst + 4 * k + 8, vreinterpretq_s16_s32(z.val[1]));
+            store_interleaved(dst + 4 * k, even, odd);
         }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
