@@ -58,6 +58,10 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
           {9, 100, 230, 1, 0, 1, 9, 132, 230},    // dark LE under bright AE: replaced
           {9, 100, 221, 1, 0, 1, 9, 123, 221},
           {9, 10, 220, 1, 1, 1, 9, 10, 220},      // 220: neither rule
+          {9, 127, 219, 1, 1, 1, 9, 127, 219},    // r = 5 / 127 <= 0.04
+          {9, 128, 219, 1, 0, 1, 9, 128, 219},    // r = 6 / 128 > 0.04
+          {9, 127, 230, 1, 1, 1, 9, 127, 230},    // r = 5 / 127
+          {9, 126, 230, 1, 0, 1, 9, 132, 230},    // r = 6 / 126
           {9, 200, 219, 1, 0, 1, 9, 200, 219},    // dropped, not replaced
           {9, 122, 219, 1, 1, 1, 9, 122, 219},
           {9, 200, 230, 1, 1, 1, 9, 200, 230},    // LE above 127: kept
@@ -77,6 +81,11 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
           {9, 192, 250, 1, 1, 1, 9, 192, 250}, {9, 191, 250, 1, 0, 1, 9, 206, 250}}},
         {"HE r 4", 1, 1, 1, 16000, 2000, 4000, 0, 1,
          {{200, 50, 104, 1, 1, 1, 200, 50, 104}, {200, 50, 150, 1, 0, 0, 200, 50, 104},
+          {200, 50, 108, 1, 1, 1, 200, 50, 108}, {200, 50, 109, 1, 0, 0, 200, 50, 104}, // r 4 / 200, 5 / 200
+          {240, 50, 127, 1, 0, 0, 240, 50, 142}, {240, 50, 128, 1, 1, 1, 240, 50, 128}, // AE 127 / 128
+          {230, 50, 122, 1, 0, 0, 230, 50, 132}, {230, 50, 123, 1, 1, 1, 230, 50, 123}, // r 10 / 230, 9 / 230
+          {241, 250, 200, 1, 1, 1, 241, 250, 200}, // 241: LE re-admitted
+          {245, 129, 100, 1, 1, 0, 245, 129, 148}, {245, 128, 100, 1, 0, 0, 245, 128, 148}, // LE 129 / 128
           {200, 201, 104, 1, 0, 1, 200, 201, 104}, // LE brighter than HE
           {230, 50, 100, 1, 0, 0, 230, 50, 132}, {230, 50, 128, 1, 1, 1, 230, 50, 128},
           {245, 200, 100, 1, 1, 0, 245, 200, 148}, // dropped then re-admitted
@@ -115,21 +124,24 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
     }
 }
 
+// Veto: more than 840000 replaced pixels with an HE ratio above 2 (r 3 and
+// 4 here; below, at r 2, nothing is counted).
 TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
     const int w = 1000, h = 841;
     const float scale[3] = {1, 1, 1};
-    const uint32_t units[3] = {16000, 2000, 4000}; // HE ratio 4
-    for (int counted : {840000, 840001}) {
+    const int cases[][3] = {{16000, 840000, 0}, {16000, 840001, 1}, {12000, 840001, 1}, {8000, 840001, 0}};
+    for (const auto &c : cases) {
+        const uint32_t units[3] = {(uint32_t)c[0], 2000, 4000};
         Frames f;
-        // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104).
+        // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104 at r 4).
         f[HE_IDX].assign((size_t)w * h, 200);
         f[LE_IDX].assign((size_t)w * h, 50);
         f[AE_IDX].assign((size_t)w * h, 104);
-        for (int i = 0; i < counted; ++i) {
+        for (int i = 0; i < c[1]; ++i) {
             f[HE_IDX][i] = 230;
             f[AE_IDX][i] = 100;
         }
-        EXPECT_EQ(run(scale, units, 0, 1, f, w, h), counted > 840000 ? 1 : 0) << counted;
+        EXPECT_EQ(run(scale, units, 0, 1, f, w, h), c[2]) << c[0] << " " << c[1];
     }
 }
 
