@@ -1,4 +1,4 @@
-// MotionMask rules and veto; ImgMaskCalcAL extents; the response tables.
+// MotionMask rules and veto; the response tables.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
@@ -155,30 +155,6 @@ TEST(ResponseTables, EdgesOfTheInverse) {
     EXPECT_EQ(csf_tab[128], 256);
     EXPECT_EQ(csf_tab[255], 1623);
     for (int i = 0; i < 256; ++i) EXPECT_EQ(inv_csf_tab[csf_tab[i]], i) << "round trip " << i;
-}
-
-TEST(ImgMaskCalcAL, ColumnsInChunksRowsInPairs) {
-    // 20: 16 + 4 columns; 22: 20 written, 2 left; 7: 4 written; 3: none.
-    // Odd heights also write row h.  Only the threshold's low byte counts.
-    const int cases[][3] = {{20, 4, 100}, {22, 3, 100}, {7, 1, 356}, {3, 2, 0}, {45, 5, 0}, {30, 2, 255}, {16, 0, 1}};
-    HdrContext *ctx = shared_context();
-    for (const auto &c : cases) {
-        const int w = c[0], h = c[1], t = c[2], stride = w + 5;
-        std::vector<uint8_t> src((size_t)stride * (h + 2)), mask((size_t)w * (h + 2), 0x77);
-        for (size_t k = 0; k < src.size(); ++k) src[k] = (uint8_t)(k * 37 + 11);
-        ctx->width = w;
-        ctx->height = h;
-        ctx->aligned[AE_IDX].luma = src.data();
-        ImgMaskCalcAL(ctx, mask.data(), stride, t);
-        const int rows_written = h < 1 ? 0 : (h + 1) & ~1;
-        for (int y = 0; y < h + 2; ++y)
-            for (int x = 0; x < w; ++x) {
-                const uint8_t s = src[(size_t)y * stride + x];
-                const bool written = y < rows_written && x < (w & ~3);
-                ASSERT_EQ(mask[(size_t)y * w + x], written ? (s >= (t & 255) ? 255 : 0) : 0x77)
-                    << "w " << w << " h " << h << " at (" << x << ", " << y << ")";
-            }
-    }
 }
 
 } // namespace
