@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/dsp.h"
+#include "common/geometry.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -17,19 +18,14 @@ const int kW = 4160, kH = 3120, kLevels = 11;
 struct Setup {
     HdrContext *ctx = nullptr;
     std::vector<uint8_t> chroma[3];
-    HdrDsp reference;
     std::vector<uint8_t> out_luma, out_chroma;
 
     Setup() {
         if (hdrCreateContext(&ctx) != 0) abort();
-        hdr_dsp_init(&reference, 0);
         ctx->width = kW;
         ctx->height = kH;
         ctx->levels = kLevels;
-        for (int l = 0; l < kLevels; ++l) {
-            ctx->row_stride[l] = ((kW >> l) + 10) & ~7;
-            ctx->chroma_stride[l] = ((kW >> l) + 13) & ~7;
-        }
+        set_level_pitches(ctx);
         uint32_t s = 1;
         auto next = [&s]() { return s ^= s << 13, s ^= s >> 17, s ^= s << 5; };
         for (int f = 0; f < 3; ++f) {
@@ -53,8 +49,8 @@ Setup &setup() {
 }
 
 void use_table(benchmark::State &state) {
-    Setup &s = setup();
-    hdr_dsp_override(state.range(0) ? nullptr : &s.reference);
+    setup();
+    hdr_set_cpu_flags_mask(state.range(0) ? ~0u : 0);
     state.SetLabel(state.range(0) ? "active" : "reference");
 }
 
@@ -62,7 +58,7 @@ void BM_ImageLaplacianPyramidChroma(benchmark::State &state) {
     Setup &s = setup();
     use_table(state);
     for (auto _ : state) ImageLaplacianPyramidChroma(s.ctx, kW, kLevels >> 1, AE_IDX);
-    hdr_dsp_override(nullptr);
+    hdr_set_cpu_flags_mask(~0u);
 }
 
 void BM_ImageReconstructChroma(benchmark::State &state) {
@@ -71,14 +67,14 @@ void BM_ImageReconstructChroma(benchmark::State &state) {
     for (int f = 0; f < 3; ++f) ImageLaplacianPyramidChroma(s.ctx, kW, kLevels >> 1, f);
     // Repeats blend the already fused levels again: the same work each time.
     for (auto _ : state) ImageReconstructChroma(s.ctx, kLevels >> 1);
-    hdr_dsp_override(nullptr);
+    hdr_set_cpu_flags_mask(~0u);
 }
 
 void BM_ImageNormalize(benchmark::State &state) {
     Setup &s = setup();
     use_table(state);
     for (auto _ : state) ImageNormalize(s.ctx, s.out_luma.data(), s.out_chroma.data(), kW);
-    hdr_dsp_override(nullptr);
+    hdr_set_cpu_flags_mask(~0u);
 }
 
 } // namespace

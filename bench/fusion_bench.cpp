@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "common/dsp.h"
+#include "common/geometry.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -17,7 +18,7 @@ HdrContext *bench_context() {
         c->width = VARO_HDR_MAX_WIDTH;
         c->height = VARO_HDR_MAX_HEIGHT;
         c->levels = VARO_HDR_MAX_LEVELS;
-        for (int l = 0; l < c->levels; ++l) c->row_stride[l] = ((c->width >> l) + 10) & ~7;
+        set_level_pitches(c);
         uint32_t s = 1;
         for (int f = 0; f < 3; ++f) {
             for (size_t i = 0; i < (size_t)c->row_stride[0] * c->height; ++i) {
@@ -34,13 +35,9 @@ HdrContext *bench_context() {
 // Selects the table for one run and gives the active one back after it.
 struct TableChoice {
     explicit TableChoice(int64_t reference) {
-        if (reference == 0) {
-            static HdrDsp ref;
-            hdr_dsp_init(&ref, 0);
-            hdr_dsp_override(&ref);
-        }
+        if (reference == 0) hdr_set_cpu_flags_mask(0);
     }
-    ~TableChoice() { hdr_dsp_override(nullptr); }
+    ~TableChoice() { hdr_set_cpu_flags_mask(~0u); }
 };
 
 template <class Fn> void run(benchmark::State &state, Fn fn) {

@@ -2,7 +2,7 @@
 // own stage counters (ms) as benchmark counters.
 #include <benchmark/benchmark.h>
 
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 #include "varo_hdr.h"
 
 static void BM_Merge(benchmark::State &state) {

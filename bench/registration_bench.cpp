@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/dsp.h"
+#include "common/geometry.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -15,10 +16,8 @@ const int kW = VARO_HDR_MAX_WIDTH, kH = VARO_HDR_MAX_HEIGHT;
 struct Fixture {
     HdrContext *ctx = nullptr;
     std::vector<uint8_t> luma[3];
-    HdrDsp ref;
     Fixture() {
         if (hdrCreateContext(&ctx) != 0) ctx = nullptr;
-        hdr_dsp_init(&ref, 0);
         // Blocky texture with a different shift per frame.
         for (int f = 0; f < 3; ++f) {
             luma[f].resize((size_t)kW * kH);
@@ -40,9 +39,9 @@ Fixture &fixture() {
 // Arg 0: reference kernels; arg 1: the active table.
 struct TableChoice {
     explicit TableChoice(const benchmark::State &state) {
-        if (state.range(0) == 0) hdr_dsp_override(&fixture().ref);
+        if (state.range(0) == 0) hdr_set_cpu_flags_mask(0);
     }
-    ~TableChoice() { hdr_dsp_override(nullptr); }
+    ~TableChoice() { hdr_set_cpu_flags_mask(~0u); }
 };
 
 void BM_BitmapCalc(benchmark::State &state) {
@@ -83,7 +82,7 @@ void BM_MotionMask(benchmark::State &state) {
     }
     ctx->width = kW;
     ctx->height = kH;
-    ctx->row_stride[0] = (kW + 10) & ~7;
+    ctx->row_stride[0] = level_row_stride(kW, 0);
     ctx->le_flag = ctx->he_flag = 1;
     for (auto _ : state) benchmark::DoNotOptimize(MotionMask(ctx, &in));
 }

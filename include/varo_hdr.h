@@ -56,10 +56,10 @@ typedef struct HdrExposure {
 } HdrExposure;
 
 /*
- * Host descriptor.  On 32-bit Arm every field sits at its fixed word offset
- * (frame[HE].luma word 0, exposure[] words 12..17, width 23, height 24,
- * out_x..out_height 56..59); 64-bit targets keep the same order with pointers
- * widened.  The AE frame slot has no reserved tail: exposure[] follows its
+ * Host descriptor.  On 32-bit Arm every field sits in its fixed 32-bit word,
+ * words numbered from 1 as in the reserved fields' names (frame[HE].luma
+ * word 1, exposure[] words 13..18, width 24, height 25, out_x..out_height
+ * 57..60); 64-bit targets keep the same order with pointers widened.  The AE frame slot has no reserved tail: exposure[] follows its
  * chroma pointer directly, which the union expresses.
  */
 typedef struct HdrInput {

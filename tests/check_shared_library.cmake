@@ -33,3 +33,9 @@ foreach(entry IN LISTS needed_lines)
 endforeach()
 list(LENGTH actual n)
 message(STATUS "${n} exported symbols as expected")
+
+# The test hooks of the kernel selection are never part of the library.
+execute_process(COMMAND ${NM} ${STATIC} OUTPUT_VARIABLE static_nm RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0 OR static_nm MATCHES "hdr_set_cpu_flags_mask|hdr_dsp_override")
+  message(FATAL_ERROR "${STATIC}: test hooks in the shipped library (nm rc ${rc})")
+endif()

@@ -17,34 +17,6 @@ constexpr size_t kSlack = 80;
 
 size_t round8(size_t v) { return v & ~(size_t)7; }
 
-// Raw malloc results of one creation, so that a failed creation can give
-// everything back.  1 context + 18 bitmaps + 33 weights + 6 gaussians +
-// 33 bands + 30 chroma bands + 3 + 3 scratch planes.
-struct Allocations {
-    void *raw[128];
-    int count = 0;
-
-    uint8_t *take(size_t bytes) {
-        void *p = malloc(bytes);
-        if (!p) return nullptr;
-        raw[count++] = p;
-        return pool_align(p, kAlign);
-    }
-    // Everything but the context block itself (always the first).
-    void release_buffers() {
-        while (count > 1) free(raw[--count]);
-    }
-};
-
-int fail(Allocations &a, HdrContext *ctx) {
-    // The buffers are returned and the record keeps null pointers only, so a
-    // host may still pass it to hdrDestroyContext (which then frees just it).
-    a.release_buffers();
-    memset(ctx, 0, sizeof(*ctx));
-    HDR_LOG_AS("hdrCreateContext", "[%s:%d] end ... ", "hdrCreateContext", __LINE__);
-    return VARO_HDR_ERR_NOMEM;
-}
-
 } // namespace
 
 size_t pool_bitmap_bytes(int l) {
@@ -61,126 +33,115 @@ size_t pool_chroma_band_bytes(int k) {
     return round8((kMaxH >> (k + 1)) + 25) * (size_t)(kMaxW >> (k + 1)) * 4 + kSlack;
 }
 
+namespace {
+
+// One kind of buffer: `frames` x `levels` blocks of bytes(level), each handed
+// out `inner` bytes past its 64-aligned start, in this order (the bitmaps walk
+// frames and levels downwards).  A failed block prints `message` with the
+// frame and level, or with the level alone.
+struct PoolGroup {
+    int frames, levels;
+    bool downwards;
+    size_t (*bytes)(int level);
+    size_t inner;
+    const char *message;
+    bool level_only;
+    void *(*get)(const HdrContext *ctx, int f, int l);
+    void (*set)(HdrContext *ctx, int f, int l, uint8_t *p);
+};
+
+// 18 bitmaps, 33 weights, 6 gaussians, 33 bands, 30 chroma bands and 3 + 3
+// frame planes: with the record itself, 127 blocks.
+const PoolGroup kPool[] = {
+    {3, VARO_HDR_BITMAP_LEVELS, true, [](int l) { return pool_bitmap_bytes(l) + kSlack; }, 0,
+     "hrd_creat malloc failed 3\n", false,
+     [](const HdrContext *c, int f, int l) -> void * { return c->bitmap_pyramid[f][l].buffer; },
+     [](HdrContext *c, int f, int l, uint8_t *p) { c->bitmap_pyramid[f][l].buffer = p; }},
+    {3, VARO_HDR_MAX_LEVELS, false, pool_weight_bytes, 16, "malloc w_gaussian_pyramid [%d, %d] failed\n", false,
+     [](const HdrContext *c, int f, int l) -> void * { return c->w_gaussian_pyramid[f][l]; },
+     [](HdrContext *c, int f, int l, uint8_t *p) { c->w_gaussian_pyramid[f][l] = p; }},
+    {3, 2, false, [](int l) -> size_t { return l ? POOL_GAUSS1_BYTES : POOL_GAUSS0_BYTES; }, 16,
+     "malloc img_gaussian_pyramid %d failed\n", true,
+     [](const HdrContext *c, int f, int l) -> void * { return c->img_gaussian_pyramid[f][l]; },
+     [](HdrContext *c, int f, int l, uint8_t *p) { c->img_gaussian_pyramid[f][l] = p; }},
+    {3, VARO_HDR_MAX_LEVELS, false, pool_band_bytes, 32, "malloc img_laplacian_pyramid [%d, %d, IY] failed\n", false,
+     [](const HdrContext *c, int f, int l) -> void * { return c->img_laplacian_pyramid[f][l].IY; },
+     [](HdrContext *c, int f, int l, uint8_t *p) { c->img_laplacian_pyramid[f][l].IY = (int16_t *)p; }},
+    {3, VARO_HDR_MAX_LEVELS - 1, false, pool_chroma_band_bytes, 32,
+     "malloc img_laplacian_pyramid [%d, %d, IC] failed\n", false,
+     [](const HdrContext *c, int f, int l) -> void * { return c->img_laplacian_pyramid[f][l].IC; },
+     [](HdrContext *c, int f, int l, uint8_t *p) { c->img_laplacian_pyramid[f][l].IC = (int16_t *)p; }},
+    {3, 1, false, [](int) -> size_t { return POOL_FRAME16_BYTES; }, 0, "malloc inter_buf failed\n", false,
+     [](const HdrContext *c, int f, int) -> void * { return c->inter_buf[f]; },
+     [](HdrContext *c, int f, int, uint8_t *p) { c->inter_buf[f] = (int16_t *)p; }},
+    {3, 1, false, [](int) -> size_t { return POOL_FRAME16_BYTES; }, 0, "hrd_creat malloc failed 9\n", false,
+     [](const HdrContext *c, int f, int) -> void * { return c->motion_mask[f]; },
+     [](HdrContext *c, int f, int, uint8_t *p) { c->motion_mask[f] = p; }},
+};
+
+// Calls fn(group, f, l) for every block of the pool in allocation order;
+// stops when fn returns false.
+template <class Fn> bool for_each_block(Fn fn) {
+    for (const PoolGroup &g : kPool)
+        for (int i = 0; i < g.frames; ++i)
+            for (int j = 0; j < g.levels; ++j)
+                if (!fn(g, g.downwards ? g.frames - 1 - i : i, g.downwards ? g.levels - 1 - j : j))
+                    return false;
+    return true;
+}
+
+// Frees every block the record holds (null ones are skipped), so that the
+// record left by a failed creation is released the same way as a full one.
+void release_blocks(HdrContext *ctx) {
+    for_each_block([ctx](const PoolGroup &g, int f, int l) {
+        if (void *p = g.get(ctx, f, l)) free(pool_unalign((uint8_t *)p - g.inner));
+        return true;
+    });
+}
+
+} // namespace
+
 extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
     HDR_LOG_BEGIN();
-    Allocations a;
-
-    uint8_t *block = a.take(sizeof(HdrContext) + 128);
-    if (!block) {
+    void *raw = malloc(sizeof(HdrContext) + 128);
+    if (!raw) {
         puts("hrd_creat malloc failed 0");
         HDR_LOG_END();
         return VARO_HDR_ERR_NOMEM;
     }
-    HdrContext *ctx = (HdrContext *)block;
+    HdrContext *ctx = (HdrContext *)pool_align(raw, kAlign);
     memset(ctx, 0, sizeof(*ctx));
     *out = ctx;
 
-    for (int f = 2; f >= 0; --f) {
-        for (int l = VARO_HDR_BITMAP_LEVELS - 1; l >= 0; --l) {
-            HdrBitmapLevel &lv = ctx->bitmap_pyramid[f][l];
-            size_t s = pool_bitmap_bytes(l);
-            lv.buffer_bytes = (uint32_t)(s + 16);
-            lv.buffer = a.take(s + kSlack);
-            if (!lv.buffer) {
-                puts("hrd_creat malloc failed 3");
-                return fail(a, ctx);
-            }
-        }
-    }
-
-    for (int f = 0; f < 3; ++f) {
-        for (int l = 0; l < VARO_HDR_MAX_LEVELS; ++l) {
-            uint8_t *p = a.take(pool_weight_bytes(l));
-            if (!p) {
-                printf("malloc w_gaussian_pyramid [%d, %d] failed\n", f, l);
-                return fail(a, ctx);
-            }
-            ctx->w_gaussian_pyramid[f][l] = p + 16;
-        }
-    }
-
-    for (int f = 0; f < 3; ++f) {
-        uint8_t *g0 = a.take(POOL_GAUSS0_BYTES);
-        if (!g0) {
-            puts("malloc img_gaussian_pyramid 0 failed");
-            return fail(a, ctx);
-        }
-        uint8_t *g1 = a.take(POOL_GAUSS1_BYTES);
-        if (!g1) {
-            puts("malloc img_gaussian_pyramid 1 failed");
-            return fail(a, ctx);
-        }
-        ctx->img_gaussian_pyramid[f][0] = g0 + 16;
-        ctx->img_gaussian_pyramid[f][1] = g1 + 16;
-    }
-
-    for (int f = 0; f < 3; ++f) {
-        for (int l = 0; l < VARO_HDR_MAX_LEVELS; ++l) {
-            uint8_t *p = a.take(pool_band_bytes(l));
-            if (!p) {
-                printf("malloc img_laplacian_pyramid [%d, %d, IY] failed\n", f, l);
-                return fail(a, ctx);
-            }
-            ctx->img_laplacian_pyramid[f][l].IY = (int16_t *)(p + 32);
-        }
-    }
-
-    for (int f = 0; f < 3; ++f) {
-        for (int k = 0; k < VARO_HDR_MAX_LEVELS - 1; ++k) {
-            uint8_t *p = a.take(pool_chroma_band_bytes(k));
-            if (!p) {
-                printf("malloc img_laplacian_pyramid [%d, %d, IC] failed\n", f, k);
-                return fail(a, ctx);
-            }
-            ctx->img_laplacian_pyramid[f][k].IC = (int16_t *)(p + 32);
-        }
-    }
-
-    for (int f = 0; f < 3; ++f) {
-        uint8_t *p = a.take(POOL_FRAME16_BYTES);
+    const bool complete = for_each_block([ctx](const PoolGroup &g, int f, int l) {
+        void *p = malloc(g.bytes(l));
         if (!p) {
-            puts("malloc inter_buf failed");
-            return fail(a, ctx);
+            printf(g.message, g.level_only ? l : f, l);
+            return false;
         }
-        ctx->inter_buf[f] = (int16_t *)p;
+        g.set(ctx, f, l, pool_align(p, kAlign) + g.inner);
+        return true;
+    });
+    if (!complete) {
+        // The buffers are returned and the record keeps null pointers only, so
+        // a host may still pass it to hdrDestroyContext (which then frees just it).
+        release_blocks(ctx);
+        memset(ctx, 0, sizeof(*ctx));
+        HDR_LOG_AS("hdrCreateContext", "[%s:%d] end ... ", "hdrCreateContext", __LINE__);
+        return VARO_HDR_ERR_NOMEM;
     }
-
-    for (int f = 0; f < 3; ++f) {
-        uint8_t *p = a.take(POOL_FRAME16_BYTES);
-        if (!p) {
-            puts("hrd_creat malloc failed 9");
-            return fail(a, ctx);
-        }
-        ctx->motion_mask[f] = p;
-    }
+    for (int f = 0; f < 3; ++f)
+        for (int l = 0; l < VARO_HDR_BITMAP_LEVELS; ++l)
+            ctx->bitmap_pyramid[f][l].buffer_bytes = (uint32_t)(pool_bitmap_bytes(l) + 16);
 
     HDR_LOG_END();
     return VARO_HDR_OK;
 }
 
-// Frees a block stored `inner` bytes past its aligned start; tolerates null
-// so that the record left by a failed creation can be destroyed too.
-static void free_inner(void *p, size_t inner) {
-    if (p) free(pool_unalign((uint8_t *)p - inner));
-}
-
 extern "C" VARO_HDR_API int hdrDestroyContext(HdrContext *ctx) {
     if (!ctx) return VARO_HDR_OK;
-    for (int f = 2; f >= 0; --f)
-        for (int l = VARO_HDR_BITMAP_LEVELS - 1; l >= 0; --l) free_inner(ctx->bitmap_pyramid[f][l].buffer, 0);
-    for (int f = 0; f < 3; ++f)
-        for (int l = 0; l < VARO_HDR_MAX_LEVELS; ++l) free_inner(ctx->w_gaussian_pyramid[f][l], 16);
-    for (int f = 0; f < 3; ++f) {
-        free_inner(ctx->img_gaussian_pyramid[f][0], 16);
-        free_inner(ctx->img_gaussian_pyramid[f][1], 16);
-    }
-    for (int f = 0; f < 3; ++f)
-        for (int l = 0; l < VARO_HDR_MAX_LEVELS; ++l) free_inner(ctx->img_laplacian_pyramid[f][l].IY, 32);
-    for (int f = 0; f < 3; ++f)
-        for (int k = 0; k < VARO_HDR_MAX_LEVELS - 1; ++k) free_inner(ctx->img_laplacian_pyramid[f][k].IC, 32);
-    for (int f = 0; f < 3; ++f) free_inner(ctx->inter_buf[f], 0);
-    for (int f = 0; f < 3; ++f) free_inner(ctx->motion_mask[f], 0);
-    free_inner(ctx, 0);
+    release_blocks(ctx);
+    free(pool_unalign(ctx));
     HDR_LOG_END();
     return VARO_HDR_OK;
 }

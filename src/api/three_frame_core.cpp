@@ -3,6 +3,7 @@
 #include <math.h>
 #include <string.h>
 
+#include "common/geometry.h"
 #include "common/arith.h"
 #include "common/log.h"
 #include "pipeline/handoff.h"
@@ -147,11 +148,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     HDR_LOG("offset HE (%d, %d), LE (%d, %d), AE (%d, %d), size (%d, %d), level %d\n", crop[0], crop[1],
             crop[2], crop[3], crop[4], crop[5], ctx->width, ctx->height, ctx->levels);
 
-    for (int l = 0; l < ctx->levels; ++l) {
-        const uint32_t wl = (uint32_t)ctx->width >> l;
-        ctx->row_stride[l] = (int32_t)((wl + 10) & ~7u);
-        ctx->chroma_stride[l] = (int32_t)((wl + 13) & ~7u);
-    }
+    set_level_pitches(ctx);
 
     for (int f = 0; f < 3; ++f) {
         const int32_t x = crop[2 * f], y = crop[2 * f + 1];

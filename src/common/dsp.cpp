@@ -11,7 +11,13 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
     reg_dsp_init_c(&dsp->reg);
     ghost_dsp_init_c(&dsp->ghost);
 #if HDR_HAVE_NEON
-    if (flags & HDR_CPU_NEON) hdr_dsp_init_neon(dsp);
+    if (flags & HDR_CPU_NEON) {
+        fusion_dsp_init_neon(&dsp->fusion);
+        chroma_dsp_init_neon(&dsp->chroma);
+        tone_dsp_init_neon(&dsp->tone);
+        reg_dsp_init_neon(&dsp->reg);
+        ghost_dsp_init_neon(&dsp->ghost);
+    }
 #else
     (void)flags;
 #endif
@@ -27,10 +33,9 @@ const HdrDsp *hdr_dsp() {
     return &g_active;
 }
 
-void hdr_dsp_override(const HdrDsp *table) {
+#ifdef VARO_HDR_TEST_HOOKS
+void hdr_set_cpu_flags_mask(unsigned mask) {
     pthread_once(&g_once, init_active);
-    if (table)
-        g_active = *table;
-    else
-        init_active();
+    hdr_dsp_init(&g_active, hdr_cpu_flags() & mask);
 }
+#endif

@@ -17,15 +17,15 @@ struct HdrDsp {
 };
 
 // Fills every table with the reference kernels, then overlays the variants of
-// each instruction set in `flags` that this build contains.
+// each instruction set in `flags` (HdrCpuFlags) that this build contains.
 void hdr_dsp_init(HdrDsp *dsp, unsigned flags);
-
-// Overlays the NEON kernels (Arm builds; SIMDe test builds on other hosts).
-void hdr_dsp_init_neon(HdrDsp *dsp);
 
 // The active table: filled once, on first use, for the running CPU.
 const HdrDsp *hdr_dsp();
 
-// Test hook: replaces the active table (null: back to the running CPU's).
-// Only while no merge is running.
-void hdr_dsp_override(const HdrDsp *table);
+#ifdef VARO_HDR_TEST_HOOKS
+// Test builds only (never in the shipped library): refills the active table
+// for hdr_cpu_flags() & mask, so that tests run whole stages with a lower
+// instruction set (0: the references).  Only while no merge is running.
+void hdr_set_cpu_flags_mask(unsigned mask);
+#endif

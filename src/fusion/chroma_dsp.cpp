@@ -6,8 +6,7 @@
 
 namespace {
 
-void copy_flip_c(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_t src_stride,
-                 int bytes, int rows) {
+decl_chroma_copy_flip_fn(chroma_copy_flip_c) {
     const int n = (int)ceil16((unsigned)bytes);
     for (int r = 0; r < rows; r += 2) {
         for (int k = 0; k < 2; ++k) {
@@ -18,7 +17,7 @@ void copy_flip_c(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_
     }
 }
 
-void reduce_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
+decl_chroma_reduce_h_fn(chroma_reduce_h_c) {
     const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
     for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
         int8_t *p = src;
@@ -30,7 +29,7 @@ void reduce_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int 
     }
 }
 
-void reduce_v_c(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int values, int rows) {
+decl_chroma_reduce_v_fn(chroma_reduce_v_c) {
     const int n = (int)ceil8((unsigned)values);
     for (int j = 0; j < rows; ++j, dst += dst_stride) {
         const int16_t *c = src + 2 * j * n;
@@ -66,27 +65,21 @@ void expand_pair_rows(int16_t *dst, T *src, ptrdiff_t src_stride, int src_pairs,
                 dst[4 * k + c] = (int16_t)(a + 6 * b + d);
                 dst[4 * k + 2 + c] = (int16_t)(4 * b + 4 * d);
             }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
 // 8-bit levels: 16 source values (8 pairs) per step.
-void expand_h_c(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
-                int dst_pairs) {
+decl_chroma_expand_h_fn(chroma_expand_h_c) {
     expand_pair_rows(dst, src, src_stride, src_pairs, rows, dst_pairs, (int)ceil8((unsigned)src_pairs));
 }
 
-void expand_band_c(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdiff_t g_stride,
-                   const int16_t *h, int values, int rows, int zero_edges) {
+decl_chroma_expand_band_fn(chroma_expand_band_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    const int tail = (rows & 1) ? 3 : 2;
     for (int y = 0; y < rows; ++y) {
         int16_t *b = band + y * band_stride;
-        if (zero_edges && (y < 2 || y >= rows - tail)) {
+        if (zero_edges && chroma_zero_row(y, rows)) {
             for (int i = 0; i < n; ++i) b[i] = 0;
             continue;
         }
@@ -100,15 +93,12 @@ void expand_band_c(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdif
     }
 }
 
-void residual_c(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src, ptrdiff_t src_stride,
-                int values, int rows) {
+decl_chroma_residual_fn(chroma_residual_c) {
     for (int y = 0; y < rows; ++y)
         for (int i = 0; i < values; ++i) dst[y * dst_stride + i] = src[y * src_stride + i];
 }
 
-void blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t stride,
-             const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t w_stride,
-             int pairs, int rows) {
+decl_chroma_blend_fn(chroma_blend_c) {
     const int n = (int)ceil8((unsigned)pairs);
     for (int y = 0; y < rows; ++y) {
         int16_t *p0 = b0 + y * stride;
@@ -122,13 +112,12 @@ void blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t stride
 }
 
 // 16-bit levels: 8 source values (4 pairs) per step.
-void collapse_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
-                  int dst_pairs) {
+decl_chroma_collapse_h_fn(chroma_collapse_h_c) {
     expand_pair_rows(dst, src, src_stride, src_pairs, rows, dst_pairs,
                      (int)ceil8(2u * (unsigned)src_pairs) / 2);
 }
 
-void collapse_v_c(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values, int rows) {
+decl_chroma_collapse_v_fn(chroma_collapse_v_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
@@ -145,13 +134,13 @@ void collapse_v_c(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values, 
 } // namespace
 
 void chroma_dsp_init_c(ChromaDsp *dsp) {
-    dsp->copy_flip = copy_flip_c;
-    dsp->reduce_h = reduce_h_c;
-    dsp->reduce_v = reduce_v_c;
-    dsp->expand_h = expand_h_c;
-    dsp->expand_band = expand_band_c;
-    dsp->residual = residual_c;
-    dsp->blend = blend_c;
-    dsp->collapse_h = collapse_h_c;
-    dsp->collapse_v = collapse_v_c;
+    dsp->copy_flip = chroma_copy_flip_c;
+    dsp->reduce_h = chroma_reduce_h_c;
+    dsp->reduce_v = chroma_reduce_v_c;
+    dsp->expand_h = chroma_expand_h_c;
+    dsp->expand_band = chroma_expand_band_c;
+    dsp->residual = chroma_residual_c;
+    dsp->blend = chroma_blend_c;
+    dsp->collapse_h = chroma_collapse_h_c;
+    dsp->collapse_v = chroma_collapse_v_c;
 }

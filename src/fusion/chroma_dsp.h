@@ -31,11 +31,25 @@ template <class T> inline void pad_pairs_repeat(T *p, int pairs) {
     p[e + 1] = p[e - 1];
 }
 
+// The expand's last pair of an odd output pair count has no right neighbour
+// to share: 7 times the last source pair (e = 2 * src_pairs).
+template <class T> inline void odd_last_pair(int16_t *dst, int dst_pairs, const T *q, int e) {
+    if (dst_pairs & 1) {
+        dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
+        dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
+    }
+}
+
+// Rows of level 0 that the band writes as 0: the first two and the last two
+// (three for an odd row count).
+static inline bool chroma_zero_row(int y, int rows) { return y < 2 || y >= rows - ((rows & 1) ? 3 : 2); }
+
 // Signed working copy of the level-0 plane.  Rows are copied in pairs:
 // ceil2(rows) rows (one past the plane when rows is odd), ceil16(bytes) bytes
 // each, every byte plus 128 modulo 256.  Reads the same extent of src.
-typedef void (*chroma_copy_flip_fn)(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src,
-                                    ptrdiff_t src_stride, int bytes, int rows);
+#define decl_chroma_copy_flip_fn(name) void (name)(int8_t *dst, ptrdiff_t dst_stride, \
+    const uint8_t *src, ptrdiff_t src_stride, int bytes, int rows)
+typedef decl_chroma_copy_flip_fn(*chroma_copy_flip_fn);
 
 // Horizontal half of the reduce, one source row at a time: first the row's
 // mirror pads are written in place (pair[-2] = pair[2], pair[-1] = pair[1],
@@ -43,16 +57,18 @@ typedef void (*chroma_copy_flip_fn)(int8_t *dst, ptrdiff_t dst_stride, const uin
 // then ceil8(2 * (pairs >> 1)) values t = p[-2] + 4p[-1] + 6p[0] + 4p[1] + p[2]
 // (pair offsets, centred on even pairs) are written to dst, rows back to back
 // at that pitch.  t is in -2048..2032.  Reads bytes -4 .. 2*ceil8(...) + 1.
-typedef void (*chroma_reduce_h_fn)(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs,
-                                   int rows);
+#define decl_chroma_reduce_h_fn(name) void (name)(int16_t *dst, int8_t *src, ptrdiff_t src_stride, \
+    int pairs, int rows)
+typedef decl_chroma_reduce_h_fn(*chroma_reduce_h_fn);
 
 // Vertical half of the reduce: `rows` output rows of ceil8(values) bytes,
 // row j centred on source row 2j (top mirrored: 6 t0 + 8 t1 + 2 t2; last row
 // j = rows - 1 >= 1: t[2j-2] + 4 t[2j-1] + 7 t[2j] + 4 t[2j+1]), each sum
 // s in -32768..32512 stored as (s + 128) >> 8.  src pitch ceil8(values);
 // reads source rows 0 .. max(2, 2*rows - 1).
-typedef void (*chroma_reduce_v_fn)(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src,
-                                   int values, int rows);
+#define decl_chroma_reduce_v_fn(name) void (name)(int8_t *dst, ptrdiff_t dst_stride, \
+    const int16_t *src, int values, int rows)
+typedef decl_chroma_reduce_v_fn(*chroma_reduce_v_fn);
 
 // Horizontal half of the expand, one coarse row at a time: repeat pads written
 // in place (pair[-1] = pair[0], pair[src_pairs] = pair[src_pairs - 1]), then
@@ -61,8 +77,9 @@ typedef void (*chroma_reduce_v_fn)(int8_t *dst, ptrdiff_t dst_stride, const int1
 // pitch ceil8(2*dst_pairs): a row's tail spills into the next row's place and
 // the last row's up to 31 values past the rows.  Odd dst_pairs: afterwards
 // the row's pair dst_pairs - 1 becomes 7 p[src_pairs - 1].  Values -1024..1016.
-typedef void (*chroma_expand_h_fn)(int16_t *dst, int8_t *src, ptrdiff_t src_stride,
-                                   int src_pairs, int rows, int dst_pairs);
+#define decl_chroma_expand_h_fn(name) void (name)(int16_t *dst, int8_t *src, ptrdiff_t src_stride, \
+    int src_pairs, int rows, int dst_pairs)
+typedef decl_chroma_expand_h_fn(*chroma_expand_h_fn);
 
 // Vertical half of the expand and the band: for each of `rows` rows and
 // ceil8(values) values, E from the rows of h (pitch ceil8(values), rows >> 1
@@ -70,22 +87,24 @@ typedef void (*chroma_expand_h_fn)(int16_t *dst, int8_t *src, ptrdiff_t src_stri
 // E[2j+1] = 4h[j] + 4h[j+1], and for odd rows a last row 7 h[last];
 // band = g - ((E + 32) >> 6), in -255..255.  zero_edges: rows 0, 1 and the
 // last two (three for odd rows) are written as 0.
-typedef void (*chroma_expand_band_fn)(int16_t *band, ptrdiff_t band_stride, const int8_t *g,
-                                      ptrdiff_t g_stride, const int16_t *h, int values, int rows,
-                                      int zero_edges);
+#define decl_chroma_expand_band_fn(name) void (name)(int16_t *band, ptrdiff_t band_stride, \
+    const int8_t *g, ptrdiff_t g_stride, const int16_t *h, int values, int rows, int zero_edges)
+typedef decl_chroma_expand_band_fn(*chroma_expand_band_fn);
 
 // Residual: exactly `values` values of each row, sign-extended.
-typedef void (*chroma_residual_fn)(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src,
-                                   ptrdiff_t src_stride, int values, int rows);
+#define decl_chroma_residual_fn(name) void (name)(int16_t *dst, ptrdiff_t dst_stride, \
+    const int8_t *src, ptrdiff_t src_stride, int values, int rows)
+typedef decl_chroma_residual_fn(*chroma_residual_fn);
 
 // Blend of three levels into b0, in place: for ceil8(pairs) pairs of every
 // row, both values of pair x get (w0[x] b0 + w1[x] b1 + w2[x] b2 + 128) >> 8,
 // low 16 bits kept.  Rows in increasing order, 16 values per step: when
 // 2*ceil8(pairs) exceeds the pitch, a row's last step lands on the start of
 // the next row before that row is blended.  Weights are read at x < ceil8(pairs).
-typedef void (*chroma_blend_fn)(int16_t *b0, const int16_t *b1, const int16_t *b2,
-                                ptrdiff_t stride, const uint8_t *w0, const uint8_t *w1,
-                                const uint8_t *w2, ptrdiff_t w_stride, int pairs, int rows);
+#define decl_chroma_blend_fn(name) void (name)(int16_t *b0, const int16_t *b1, const int16_t *b2, \
+    ptrdiff_t stride, const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t w_stride, \
+    int pairs, int rows)
+typedef decl_chroma_blend_fn(*chroma_blend_fn);
 
 // Horizontal half of the 16-bit collapse expand: repeat pads written in place
 // (elements -2, -1, 2*src_pairs, 2*src_pairs + 1), then 4 source pairs per
@@ -93,14 +112,16 @@ typedef void (*chroma_blend_fn)(int16_t *b0, const int16_t *b1, const int16_t *b
 // output values (same pair formulas as chroma_expand_h_fn, 16-bit wrap),
 // at pitch ceil8(2*dst_pairs) with spills as there; odd dst_pairs: last pair
 // 7 p[src_pairs - 1].
-typedef void (*chroma_collapse_h_fn)(int16_t *dst, int16_t *src, ptrdiff_t src_stride,
-                                     int src_pairs, int rows, int dst_pairs);
+#define decl_chroma_collapse_h_fn(name) void (name)(int16_t *dst, int16_t *src, \
+    ptrdiff_t src_stride, int src_pairs, int rows, int dst_pairs)
+typedef decl_chroma_collapse_h_fn(*chroma_collapse_h_fn);
 
 // Vertical half of the collapse: E as in chroma_expand_band_fn but in 16-bit
 // wrapping sums; dst += (E + 32) >> 6 (the rounding shift itself exact, the
 // addition wrapping to 16 bits) over ceil8(values) values of `rows` rows.
-typedef void (*chroma_collapse_v_fn)(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values,
-                                     int rows);
+#define decl_chroma_collapse_v_fn(name) void (name)(int16_t *dst, ptrdiff_t stride, \
+    const int16_t *h, int values, int rows)
+typedef decl_chroma_collapse_v_fn(*chroma_collapse_v_fn);
 
 // Rows of h and their weights for output row y of a vertical expand with
 // repeated edges (E = wa h[ra] + wb h[rb] + wc h[rc]); the extra row of an odd
@@ -130,7 +151,3 @@ struct ChromaDsp {
 
 void chroma_dsp_init_c(ChromaDsp *dsp);
 void chroma_dsp_init_neon(ChromaDsp *dsp); // Arm builds and SIMDe test builds only
-
-// Per-file parts of the NEON table (src/fusion/arm/).
-void chroma_dsp_init_pyramid_neon(ChromaDsp *dsp);
-void chroma_dsp_init_reconstruct_neon(ChromaDsp *dsp);

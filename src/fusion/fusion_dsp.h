@@ -18,16 +18,17 @@
 // last width mod 8 stay untouched); luma and dst then advance by
 // stride - width past the last processed pixel (rows drift when width is
 // not a multiple of 8), the mask by n only.  curve: 256 entries.
-typedef void (*weight_well_exposed_fn)(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride,
-                                       const uint8_t *mask, const uint8_t *curve, int width,
-                                       int height);
+#define decl_weight_well_exposed_fn(name) void (name)(uint8_t *dst, const uint8_t *luma, \
+    ptrdiff_t stride, const uint8_t *mask, const uint8_t *curve, int width, int height)
+typedef decl_weight_well_exposed_fn(*weight_well_exposed_fn);
 
 // In-place normalisation of three weight maps: s = w0 + w1 + w2,
 // q = weight_int_tab[s], wk = min(255, (uint16_t)((wk * q + 128) >> 8)).
 // Columns and row advance as weight_well_exposed (width & ~7 per row, the
 // pointers move on by stride - width after them).
-typedef void (*weight_normalize_fn)(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride,
-                                    int width, int height);
+#define decl_weight_normalize_fn(name) void (name)(uint8_t *w0, uint8_t *w1, uint8_t *w2, \
+    ptrdiff_t stride, int width, int height)
+typedef decl_weight_normalize_fn(*weight_normalize_fn);
 
 // Horizontal decimating 5-tap pass over every row r = 0 .. h-1 of src
 // (w x h bytes, pitch src_stride).  Per row: pads in place p[-2] = p[2],
@@ -36,7 +37,9 @@ typedef void (*weight_normalize_fn)(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdi
 // + p[2k+2], exact in 16 bits.  Reads p[-2] .. p[2 ceil8(w >> 1) + 1]
 // (the last byte unused); dst rows are ceil8(w >> 1) elements, back to back.
 // weight: (c1, c0) = (4, 54), sums <= 16320; image: (4, 6), sums <= 4080.
-typedef void (*reduce_h_fn)(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h);
+#define decl_reduce_h_fn(name) void (name)(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, \
+    int w, int h)
+typedef decl_reduce_h_fn(*reduce_h_fn);
 
 // Vertical decimating pass: out_w = ceil8 of the output width, out_h >= 2
 // output rows, t rows out_w elements apart (2 out_h rows are read at most).
@@ -44,8 +47,9 @@ typedef void (*reduce_h_fn)(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, i
 // k = out_h-1 takes t[2k] in place of t[2k+2] (taps 1, c1, c0 + 1, c1).
 // weight ([1 4 54 4 1]): dst = min(255, (sum + 2048) >> 12), 32-bit sums.
 // image ([1 4 6 4 1]):   dst = (sum + 128) >> 8, sums fit 16 bits.
-typedef void (*reduce_v_fn)(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w,
-                            int out_h);
+#define decl_reduce_v_fn(name) void (name)(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, \
+    int out_w, int out_h)
+typedef decl_reduce_v_fn(*reduce_v_fn);
 
 // Horizontal expanding pass of the image pyramid over rows j = 0 .. h-1 of
 // q (w x h bytes, pitch src_stride).  Per row: pads in place q[-1] = q[0],
@@ -56,27 +60,31 @@ typedef void (*reduce_v_fn)(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *
 // one past them when w is a multiple of 16) and may spill up to 31 elements
 // into the following rows' place (overwritten by them; the last row's spill
 // stays).
-typedef void (*image_expand_h_fn)(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w,
-                                  int h, int dst_w);
+#define decl_image_expand_h_fn(name) void (name)(uint16_t *dst, uint8_t *src, \
+    ptrdiff_t src_stride, int w, int h, int dst_w)
+typedef decl_image_expand_h_fn(*image_expand_h_fn);
 
 // Vertical expanding pass and band: for every row y < h and column
 // x < ceil8(w), E from the scratch rows (pitch ceil8(w)) by the expand row
 // rules (top 7/1 and 4/4, middle 1/6/1 and 4/4, bottom 1/7 and 8, odd h an
 // extra row 7), band[y][x] = g[y][x] - ((E + 32) >> 6).  h >= 4 rows of the
 // level, i.e. at least 2 scratch rows.
-typedef void (*image_band_v_fn)(int16_t *band, ptrdiff_t band_stride, const uint8_t *g,
-                                ptrdiff_t g_stride, const uint16_t *hs, int w, int h);
+#define decl_image_band_v_fn(name) void (name)(int16_t *band, ptrdiff_t band_stride, \
+    const uint8_t *g, ptrdiff_t g_stride, const uint16_t *hs, int w, int h)
+typedef decl_image_band_v_fn(*image_band_v_fn);
 
 // Residual: dst[y][x] = src[y][x] zero-extended, exactly w x h (no groups).
-typedef void (*residual_copy_fn)(int16_t *dst, const uint8_t *src, ptrdiff_t stride, int w,
-                                 int h);
+#define decl_residual_copy_fn(name) void (name)(int16_t *dst, const uint8_t *src, \
+    ptrdiff_t stride, int w, int h)
+typedef decl_residual_copy_fn(*residual_copy_fn);
 
 // Blend in place over b0: for w8 (a multiple of 8) columns and h rows,
 // b0 = (int16_t)((w0 b0 + w1 b1 + w2 b2 + 128) >> 8), 32-bit sum, arithmetic
 // shift, low 16 bits kept.  bands pitch bstride elements, weights wstride.
-typedef void (*band_blend_fn)(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t bstride,
-                              const uint8_t *w0, const uint8_t *w1, const uint8_t *w2,
-                              ptrdiff_t wstride, int w8, int h);
+#define decl_band_blend_fn(name) void (name)(int16_t *b0, const int16_t *b1, const int16_t *b2, \
+    ptrdiff_t bstride, const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t wstride, \
+    int w8, int h)
+typedef decl_band_blend_fn(*band_blend_fn);
 
 // Horizontal expanding pass of the collapse, 16-bit with wrap-around, over
 // rows j = 0 .. h-1 of q (pitch src_stride elements).  Per row: pads in
@@ -85,14 +93,17 @@ typedef void (*band_blend_fn)(int16_t *b0, const int16_t *b1, const int16_t *b2,
 // dst_w is odd, d[dst_w-1] = 7 q[w-1].  Reads q[-1] .. q[ceil8(w)]; dst
 // pitch ceil8(dst_w), each row writes 2 ceil8(w) elements and d[dst_w-1]
 // (spills as above, at most 15 elements).
-typedef void (*collapse_expand_h_fn)(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w,
-                                     int h, int dst_w);
+#define decl_collapse_expand_h_fn(name) void (name)(int16_t *dst, int16_t *src, \
+    ptrdiff_t src_stride, int w, int h, int dst_w)
+typedef decl_collapse_expand_h_fn(*collapse_expand_h_fn);
 
 // Vertical expanding pass of the collapse: E by the expand row rules in
 // 16-bit wrap-around from the scratch rows (pitch ceil8(w)), then for every
 // row y < h and column x < ceil8(w): l[y][x] = (int16_t)(l[y][x] +
 // ((E + 32) >> 6)), the shift arithmetic on the 16-bit E, done in 32 bits.
-typedef void (*collapse_add_v_fn)(int16_t *l, ptrdiff_t l_stride, const int16_t *hs, int w, int h);
+#define decl_collapse_add_v_fn(name) void (name)(int16_t *l, ptrdiff_t l_stride, \
+    const int16_t *hs, int w, int h)
+typedef decl_collapse_add_v_fn(*collapse_add_v_fn);
 
 struct FusionDsp {
     weight_well_exposed_fn weight_well_exposed;
@@ -112,21 +123,11 @@ struct FusionDsp {
 void fusion_dsp_init_c(FusionDsp *dsp);
 void fusion_dsp_init_neon(FusionDsp *dsp); // Arm builds and SIMDe test builds only
 
-// Reference kernels, defined beside their stages.
-void weight_well_exposed_c(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
-                           const uint8_t *curve, int width, int height);
-void weight_normalize_c(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride, int width,
-                        int height);
-void weight_reduce_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h);
-void weight_reduce_v_c(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w, int out_h);
-void image_reduce_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h);
-void image_reduce_v_c(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w, int out_h);
-void image_expand_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h, int dst_w);
-void image_band_v_c(int16_t *band, ptrdiff_t band_stride, const uint8_t *g, ptrdiff_t g_stride,
-                    const uint16_t *hs, int w, int h);
-void residual_copy_c(int16_t *dst, const uint8_t *src, ptrdiff_t stride, int w, int h);
-void band_blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t bstride,
-                  const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t wstride, int w8,
-                  int h);
-void collapse_expand_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w, int h, int dst_w);
-void collapse_add_v_c(int16_t *l, ptrdiff_t l_stride, const int16_t *hs, int w, int h);
+// Reference kernels, defined beside their stages.  One reduce and one
+// expand_h reference serve both pyramids (see pyramid_rows.h).
+decl_weight_well_exposed_fn(weight_well_exposed_c);
+decl_weight_normalize_fn(weight_normalize_c);
+decl_image_band_v_fn(image_band_v_c);
+decl_residual_copy_fn(residual_copy_c);
+decl_band_blend_fn(band_blend_c);
+decl_collapse_add_v_fn(collapse_add_v_c);

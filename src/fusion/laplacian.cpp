@@ -7,59 +7,13 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-void image_reduce_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h) {
-    const int n = (int)ceil8((unsigned)(w >> 1));
-    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
-        uint8_t *p = src;
-        pad_mirror(p, w);
-        for (int k = 0; k < n; ++k)
-            dst[k] = (uint16_t)(p[2 * k - 2] + 4 * p[2 * k - 1] + 6 * p[2 * k] + 4 * p[2 * k + 1] +
-                                p[2 * k + 2]);
-    }
-}
-
-// Sums stay within 16 bits (at most 256 * 255), so the result needs no clamp.
-static inline uint8_t image_out(unsigned sum) { return (uint8_t)((sum + 128) >> 8); }
-
-void image_reduce_v_c(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w, int out_h) {
-    const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; ++x) dst[x] = image_out(6u * t[x] + 8u * t[s + x] + 2u * t[2 * s + x]);
-    for (int k = 1; k < out_h - 1; ++k) {
-        const uint16_t *c = t + 2 * k * s;
-        uint8_t *d = dst + k * dst_stride;
-        for (int x = 0; x < out_w; ++x)
-            d[x] = image_out(c[x - 2 * s] + 4u * c[x - s] + 6u * c[x] + 4u * c[x + s] + c[x + 2 * s]);
-    }
-    const int k = out_h - 1;
-    const uint16_t *c = t + 2 * k * s;
-    uint8_t *d = dst + k * dst_stride;
-    for (int x = 0; x < out_w; ++x)
-        d[x] = image_out(c[x - 2 * s] + 4u * c[x - s] + 7u * c[x] + 4u * c[x + s]);
-}
-
-void image_expand_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h, int dst_w) {
-    const int n = (int)ceil16((unsigned)w);
-    const ptrdiff_t pitch = ceil8((unsigned)dst_w);
-    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
-        uint8_t *q = src;
-        pad_repeat(q, w);
-        for (int k = 0; k < n; ++k) {
-            dst[2 * k] = (uint16_t)(q[k - 1] + 6 * q[k] + q[k + 1]);
-            dst[2 * k + 1] = (uint16_t)(4 * q[k] + 4 * q[k + 1]);
-        }
-        // An odd last column has no right neighbour to share: weight 7.
-        if (dst_w & 1) dst[dst_w - 1] = (uint16_t)(7 * q[w - 1]);
-    }
-}
-
-void image_band_v_c(int16_t *band, ptrdiff_t band_stride, const uint8_t *g, ptrdiff_t g_stride,
-                    const uint16_t *hs, int w, int h) {
+decl_image_band_v_fn(image_band_v_c) {
     expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
         band[y * band_stride + x] = (int16_t)(g[y * g_stride + x] - ((e + 32) >> 6));
     });
 }
 
-void residual_copy_c(int16_t *dst, const uint8_t *src, ptrdiff_t stride, int w, int h) {
+decl_residual_copy_fn(residual_copy_c) {
     for (int y = 0; y < h; ++y, src += stride, dst += stride)
         for (int x = 0; x < w; ++x) dst[x] = src[x];
 }

@@ -5,9 +5,7 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-void band_blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t bstride,
-                  const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t wstride, int w8,
-                  int h) {
+decl_band_blend_fn(band_blend_c) {
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w8; ++x) {
             int32_t a = w0[x] * b0[x] + w1[x] * b1[x] + w2[x] * b2[x];
@@ -26,21 +24,7 @@ void band_blend_c(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t b
 // nothing is lost in the sums the expand forms.
 static inline int16_t wrap16(int v) { return (int16_t)(uint16_t)v; }
 
-void collapse_expand_h_c(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w, int h, int dst_w) {
-    const int n = (int)ceil8((unsigned)w);
-    const ptrdiff_t pitch = ceil8((unsigned)dst_w);
-    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
-        int16_t *q = src;
-        pad_repeat(q, w);
-        for (int k = 0; k < n; ++k) {
-            dst[2 * k] = wrap16(q[k - 1] + 6 * q[k] + q[k + 1]);
-            dst[2 * k + 1] = wrap16(4 * q[k] + 4 * q[k + 1]);
-        }
-        if (dst_w & 1) dst[dst_w - 1] = wrap16(7 * q[w - 1]);
-    }
-}
-
-void collapse_add_v_c(int16_t *l, ptrdiff_t l_stride, const int16_t *hs, int w, int h) {
+decl_collapse_add_v_fn(collapse_add_v_c) {
     expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
         int16_t *d = &l[y * l_stride + x];
         *d = wrap16(*d + ((wrap16(e) + 32) >> 6));

@@ -14,8 +14,7 @@ constexpr uint16_t reciprocal(int s) { return s < 2 ? 65535 : (uint16_t)(65536 /
 extern "C" VARO_HDR_API const uint16_t weight_int_tab[768] = {
     TABLE_GEN256(reciprocal, 0), TABLE_GEN256(reciprocal, 256), TABLE_GEN256(reciprocal, 512)};
 
-void weight_normalize_c(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride, int width,
-                        int height) {
+decl_weight_normalize_fn(weight_normalize_c) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {

@@ -5,37 +5,6 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-void weight_reduce_h_c(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h) {
-    const int n = (int)ceil8((unsigned)(w >> 1));
-    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
-        uint8_t *p = src;
-        pad_mirror(p, w);
-        for (int k = 0; k < n; ++k)
-            dst[k] = (uint16_t)(p[2 * k - 2] + 4 * p[2 * k - 1] + 54 * p[2 * k] + 4 * p[2 * k + 1] +
-                                p[2 * k + 2]);
-    }
-}
-
-static inline uint8_t weight_out(uint32_t sum) { return min_u8((sum + 2048) >> 12); }
-
-void weight_reduce_v_c(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w, int out_h) {
-    const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; ++x)
-        dst[x] = weight_out(54u * t[x] + 8u * t[s + x] + 2u * t[2 * s + x]);
-    for (int k = 1; k < out_h - 1; ++k) {
-        const uint16_t *c = t + 2 * k * s;
-        uint8_t *d = dst + k * dst_stride;
-        for (int x = 0; x < out_w; ++x)
-            d[x] = weight_out(c[x - 2 * s] + 4u * c[x - s] + 54u * c[x] + 4u * c[x + s] + c[x + 2 * s]);
-    }
-    // The row below the bottom centre is the centre itself, not a mirror.
-    const int k = out_h - 1;
-    const uint16_t *c = t + 2 * k * s;
-    uint8_t *d = dst + k * dst_stride;
-    for (int x = 0; x < out_w; ++x)
-        d[x] = weight_out(c[x - 2 * s] + 4u * c[x - s] + 55u * c[x] + 4u * c[x + s]);
-}
-
 extern "C" VARO_HDR_API void WeightGaussPyramid(uint8_t *const *level_buffers, int16_t *inter_buf,
                                                 int32_t width, int32_t height,
                                                 const int32_t *row_stride, int32_t level_count) {

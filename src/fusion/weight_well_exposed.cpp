@@ -40,8 +40,7 @@ constexpr uint8_t curve_entry(int i) {
 extern "C" VARO_HDR_API const uint8_t well_expose[768] = {
     TABLE_GEN256(curve_entry, 0), TABLE_GEN256(curve_entry, 256), TABLE_GEN256(curve_entry, 512)};
 
-void weight_well_exposed_c(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
-                           const uint8_t *curve, int width, int height) {
+decl_weight_well_exposed_fn(weight_well_exposed_c) {
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
         for (int x = 0; x < n; ++x) {

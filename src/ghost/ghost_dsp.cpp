@@ -6,8 +6,7 @@ inline void mask_chunk(const uint8_t *src, uint8_t *dst, unsigned n, uint8_t thr
     for (unsigned i = 0; i < n; ++i) dst[i] = src[i] >= threshold ? 255 : 0;
 }
 
-void mask_rows_c(const uint8_t *src, ptrdiff_t src_stride, uint8_t *dst, ptrdiff_t dst_stride,
-                 unsigned width, uint8_t threshold) {
+decl_mask_rows_fn(mask_rows_c) {
     for (int row = 0; row < 2; ++row) {
         const uint8_t *s = src + row * src_stride;
         uint8_t *d = dst + row * dst_stride;

@@ -10,8 +10,9 @@
 // chunks of 16, then one chunk of 8 if at least 8 remain, then one of 4 if at
 // least 4 remain: exactly width & ~3 columns of both rows are read and
 // written; the last 1..3 columns are left alone.  Any width >= 0.
-typedef void (*mask_rows_fn)(const uint8_t *src, ptrdiff_t src_stride, uint8_t *dst,
-                             ptrdiff_t dst_stride, unsigned width, uint8_t threshold);
+#define decl_mask_rows_fn(name) void (name)(const uint8_t *src, ptrdiff_t src_stride, \
+    uint8_t *dst, ptrdiff_t dst_stride, unsigned width, uint8_t threshold)
+typedef decl_mask_rows_fn(*mask_rows_fn);
 
 struct GhostDsp {
     mask_rows_fn mask_rows;

@@ -5,8 +5,7 @@
 namespace {
 
 template <int Level>
-void bitmap_row_c(const uint8_t *src, unsigned width, uint8_t median, uint8_t tolerance,
-                  uint32_t *dst) {
+decl_bitmap_row_fn(bitmap_row_c) {
     const unsigned pairs = (width + 31) >> 5;
     for (unsigned k = 0; k < pairs; ++k) {
         uint32_t t = 0, e = 0;
@@ -53,8 +52,7 @@ uint32_t row_error(const uint32_t *fixed, const uint32_t *moving, unsigned width
     return err;
 }
 
-uint32_t bitmap_row_error_c(const uint32_t *fixed, const uint32_t *moving, unsigned width_words,
-                            unsigned shift, uint32_t *diff) {
+decl_bitmap_row_error_fn(bitmap_row_error_c) {
     return diff ? row_error<true>(fixed, moving, width_words, shift, diff)
                 : row_error<false>(fixed, moving, width_words, shift, nullptr);
 }

@@ -11,8 +11,9 @@
 // sample 32k in bit 31.  Threshold bit: sample > median; exclusion bit:
 // |sample - median| >= tolerance (unsigned 8-bit).  Bits of the last pair
 // past `width` are written as 0.  Any width >= 0.
-typedef void (*bitmap_row_fn)(const uint8_t *src, unsigned width, uint8_t median,
-                              uint8_t tolerance, uint32_t *dst);
+#define decl_bitmap_row_fn(name) void (name)(const uint8_t *src, unsigned width, uint8_t median, \
+    uint8_t tolerance, uint32_t *dst)
+typedef decl_bitmap_row_fn(*bitmap_row_fn);
 
 // Masked disagreement count of one bitmap row against a shifted moving row.
 // fixed: width_words pairs.  moving: the pair that holds the first moving
@@ -21,8 +22,9 @@ typedef void (*bitmap_row_fn)(const uint8_t *src, unsigned width, uint8_t median
 // shift != 0.  For each k: d = (Ft ^ Mt) & Fe & Me; returns the sum of the
 // set bits of every d (wrapping 32-bit).  When diff is non-null, d of pair k
 // is stored at diff[k] (width_words words).
-typedef uint32_t (*bitmap_row_error_fn)(const uint32_t *fixed, const uint32_t *moving,
-                                        unsigned width_words, unsigned shift, uint32_t *diff);
+#define decl_bitmap_row_error_fn(name) uint32_t (name)(const uint32_t *fixed, \
+    const uint32_t *moving, unsigned width_words, unsigned shift, uint32_t *diff)
+typedef decl_bitmap_row_error_fn(*bitmap_row_error_fn);
 
 struct RegDsp {
     bitmap_row_fn bitmap_row[6]; // indexed by pyramid level (sampling step 1 << level)

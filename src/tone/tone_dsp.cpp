@@ -3,7 +3,7 @@
 
 namespace {
 
-void stats_c(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16, int rows) {
+decl_tone_stats_fn(tone_stats_c) {
     uint32_t nu = 0, no = 0;
     uint32_t su[4] = {0, 0, 0, 0}, so[4] = {0, 0, 0, 0}, qu[4] = {0, 0, 0, 0};
     int64_t qo = 0;
@@ -33,9 +33,7 @@ void stats_c(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16, 
     st->over_sq = qo;
 }
 
-void map_c(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const int16_t *luma,
-           ptrdiff_t luma_stride, const int16_t *chroma, ptrdiff_t chroma_stride, int width8,
-           int row_pairs, const ToneCurve *c) {
+decl_tone_map_fn(tone_map_c) {
     for (int r = 0; r < row_pairs; ++r) {
         const int16_t *l0 = luma + 2 * r * luma_stride, *l1 = l0 + luma_stride;
         uint8_t *o0 = out_luma + 2 * r * out_pitch, *o1 = o0 + out_pitch;
@@ -60,6 +58,6 @@ void map_c(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const in
 } // namespace
 
 void tone_dsp_init_c(ToneDsp *dsp) {
-    dsp->stats = stats_c;
-    dsp->map = map_c;
+    dsp->stats = tone_stats_c;
+    dsp->map = tone_map_c;
 }

@@ -16,8 +16,9 @@ struct ToneStats {
 };
 
 // Scans `rows` rows of `width16` values (a multiple of 16), 16 per step.
-typedef void (*tone_stats_fn)(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16,
-                              int rows);
+#define decl_tone_stats_fn(name) void (name)(ToneStats *st, const int16_t *luma, ptrdiff_t stride, \
+    int width16, int rows)
+typedef decl_tone_stats_fn(*tone_stats_fn);
 
 // What the mapping needs from the statistics.
 struct ToneCurve {
@@ -37,10 +38,10 @@ struct ToneCurve {
 // Chroma value d of pair j with S = the gains of its 2x2 block summed:
 // sat_u8(((int16)(((int32)(d * S) >> 13) + 256)) >> 1), d * S wrapping in 32
 // bits and the shifted product kept in 16 bits.
-typedef void (*tone_map_fn)(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch,
-                            const int16_t *luma, ptrdiff_t luma_stride, const int16_t *chroma,
-                            ptrdiff_t chroma_stride, int width8, int row_pairs,
-                            const ToneCurve *curve);
+#define decl_tone_map_fn(name) void (name)(uint8_t *out_luma, uint8_t *out_chroma, \
+    ptrdiff_t out_pitch, const int16_t *luma, ptrdiff_t luma_stride, const int16_t *chroma, \
+    ptrdiff_t chroma_stride, int width8, int row_pairs, const ToneCurve *c)
+typedef decl_tone_map_fn(*tone_map_fn);
 
 struct ToneDsp {
     tone_stats_fn stats;

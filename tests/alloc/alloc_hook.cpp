@@ -5,8 +5,6 @@
 
 extern "C" void *__libc_malloc(size_t);
 extern "C" void __libc_free(void *);
-extern "C" void *__libc_calloc(size_t, size_t);
-extern "C" void *__libc_realloc(void *, size_t);
 
 namespace {
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -58,6 +56,3 @@ extern "C" void free(void *p) {
     pthread_mutex_unlock(&g_lock);
     __libc_free(p);
 }
-
-extern "C" void *calloc(size_t n, size_t size) { return __libc_calloc(n, size); }
-extern "C" void *realloc(void *p, size_t size) { return __libc_realloc(p, size); }

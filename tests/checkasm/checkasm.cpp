@@ -94,7 +94,7 @@ template <class T> static void fill(T *p, ptrdiff_t stride, int w, int h, int lo
 
 CheckasmSizes::CheckasmSizes(int top_w, int top_h, int min_w, int min_h) {
     auto add = [this](int w, int h) {
-        const int p = (w + 10) & ~7;
+        const int p = level_row_stride(w, 0);
         size[n] = {n, w, h, checkasm_rand() % 4 ? p : p + 8 * checkasm_rand_range(1, 3)};
         ++n;
     };
@@ -182,13 +182,14 @@ int main(int argc, char **argv) {
         else return fprintf(stderr, "usage: %s [--seed=N] [--test=substring] [--bench]\n", argv[0]), 2;
     }
     hdr_dsp_init(&g_ref, 0);
-    g_opt = g_ref;
-#if defined(CHECKASM_SIMDE_NEON)
-    hdr_dsp_init_neon(&g_opt); // NEON kernels compiled through SIMDe
-    g_isa = "neon_simde", g_have_opt = true;
+    hdr_dsp_init(&g_opt, hdr_cpu_flags());
+#if defined(VARO_HDR_TEST_SIMDE_NEON)
+    g_isa = "neon_simde"; // the NEON kernels compiled through SIMDe
 #else
-    if (hdr_cpu_flags() & HDR_CPU_NEON) hdr_dsp_init(&g_opt, HDR_CPU_NEON), g_isa = "neon", g_have_opt = true;
+    g_isa = "neon";
 #endif
+    g_have_opt = (hdr_cpu_flags() & HDR_CPU_NEON) != 0;
+    if (!g_have_opt) g_isa = "none";
     printf("checkasm: seed %" PRIu32 ", instruction set %s%s\n", g_seed, g_isa,
            g_have_opt ? "" : " (none in this build: nothing to compare)");
     for (int t = 0; t < g_test_count; ++t) {

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "common/dsp.h"
+#include "common/geometry.h"
 
 typedef void (*checkasm_fn)();
 struct CheckasmRegistrar {

@@ -14,7 +14,7 @@ const int kGuard = 16; // bytes before row 0 of a level buffer
 struct Level {
     int i, pairs, rows, w, stride, coarse_stride;
     Level(const CheckasmSize &c) : i(c.i), pairs(c.w), rows(c.h) { set_width(2 * c.w + (int)(checkasm_rand() & 1)); }
-    void set_width(int width) { w = width, stride = (w + 13) & ~7, coarse_stride = ((w >> 1) + 13) & ~7; }
+    void set_width(int width) { w = width, stride = level_chroma_stride(w, 0), coarse_stride = level_chroma_stride(w, 1); }
 };
 
 } // namespace
@@ -85,7 +85,7 @@ CHECKASM_TEST(chroma) {
         for (Level c : CheckasmSizes(2080, 1560, 1, 2)) {
             // Every third level of width 2 mod 16, where a row's last step lands on the next row.
             if (c.i % 3 == 2 && c.pairs > 8) c.set_width((c.w & ~15) + 2), c.pairs = c.w >> 1;
-            const int wstride = (c.pairs + 10) & ~7, values = 2 * (int)ceil8((unsigned)c.pairs);
+            const int wstride = level_row_stride(c.pairs, 0), values = 2 * (int)ceil8((unsigned)c.pairs);
             CheckasmBufs b; // bands 0..2 over the full 16-bit range, weights 3..5
             for (int f = 0; f < 3; ++f) b.s16((size_t)(c.rows - 1) * c.stride + values, c.stride,
                       std::min(values, c.stride), c.rows, -32768, 32767, c.i + f);

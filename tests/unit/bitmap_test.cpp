@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 #include "unit/test_support.h"
 
 namespace {

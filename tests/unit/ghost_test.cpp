@@ -1,4 +1,4 @@
-// MotionMask rules and veto; ImgMaskCalcAL extents; the response tables.
+// MotionMask rules and veto; the response tables.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
@@ -58,13 +58,20 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
           {9, 100, 230, 1, 0, 1, 9, 132, 230},    // dark LE under bright AE: replaced
           {9, 100, 221, 1, 0, 1, 9, 123, 221},
           {9, 10, 220, 1, 1, 1, 9, 10, 220},      // 220: neither rule
+          {9, 127, 219, 1, 1, 1, 9, 127, 219},    // r = 5 / 127 <= 0.04
+          {9, 128, 219, 1, 0, 1, 9, 128, 219},    // r = 6 / 128 > 0.04
+          {9, 127, 230, 1, 1, 1, 9, 127, 230},    // r = 5 / 127
+          {9, 126, 230, 1, 0, 1, 9, 132, 230},    // r = 6 / 126
           {9, 200, 219, 1, 0, 1, 9, 200, 219},    // dropped, not replaced
           {9, 122, 219, 1, 1, 1, 9, 122, 219},
           {9, 200, 230, 1, 1, 1, 9, 200, 230},    // LE above 127: kept
+          {9, 128, 250, 1, 1, 1, 9, 128, 250},    // LE 128 under AE 250: kept
           {9, 0, 100, 1, 0, 1, 9, 0, 100}}},      // LE 0: r infinite
         {"LE r 0.5, HE r 2", 1, 1, 1, 8000, 2000, 4000, 1, 0,
          {{9, 86, 128, 1, 1, 1, 9, 86, 128}, // exact: kept
           {9, 87, 128, 1, 0, 255, 9, 87, 128}, {9, 100, 128, 1, 0, 255, 9, 100, 128}}},
+        {"LE r 0.5, HE r 3: still the HE r <= 3 rule", 1, 1, 1, 12000, 2000, 4000, 1, 0,
+         {{9, 87, 128, 1, 0, 255, 9, 87, 128}}},
         {"LE r 1: threshold 0", 1, 1, 1, 8000, 4000, 4000, 1, 0,
          {{9, 129, 128, 1, 1, 1, 9, 129, 128}, {9, 130, 128, 1, 0, 255, 9, 130, 128}}},
         {"LE r 2: negative threshold", 1, 1, 1, 8000, 8000, 4000, 1, 0, {{9, 96, 50, 1, 0, 255, 9, 96, 50}}},
@@ -74,6 +81,11 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
           {9, 192, 250, 1, 1, 1, 9, 192, 250}, {9, 191, 250, 1, 0, 1, 9, 206, 250}}},
         {"HE r 4", 1, 1, 1, 16000, 2000, 4000, 0, 1,
          {{200, 50, 104, 1, 1, 1, 200, 50, 104}, {200, 50, 150, 1, 0, 0, 200, 50, 104},
+          {200, 50, 108, 1, 1, 1, 200, 50, 108}, {200, 50, 109, 1, 0, 0, 200, 50, 104}, // r 4 / 200, 5 / 200
+          {240, 50, 127, 1, 0, 0, 240, 50, 142}, {240, 50, 128, 1, 1, 1, 240, 50, 128}, // AE 127 / 128
+          {230, 50, 122, 1, 0, 0, 230, 50, 132}, {230, 50, 123, 1, 1, 1, 230, 50, 123}, // r 10 / 230, 9 / 230
+          {241, 250, 200, 1, 1, 1, 241, 250, 200}, // 241: LE re-admitted
+          {245, 129, 100, 1, 1, 0, 245, 129, 148}, {245, 128, 100, 1, 0, 0, 245, 128, 148}, // LE 129 / 128
           {200, 201, 104, 1, 0, 1, 200, 201, 104}, // LE brighter than HE
           {230, 50, 100, 1, 0, 0, 230, 50, 132}, {230, 50, 128, 1, 1, 1, 230, 50, 128},
           {245, 200, 100, 1, 1, 0, 245, 200, 148}, // dropped then re-admitted
@@ -85,6 +97,7 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
          {{0, 9, 0, 1, 1, 1, 0, 9, 0},             // 0 / 0: NaN, nothing
           {0, 9, 5, 0, 1, 255, 0, 9, 5},           // 5 / 0: infinite
           {128, 9, 104, 1, 1, 1, 128, 9, 104}, {128, 9, 105, 0, 1, 255, 128, 9, 105}}},
+        {"HE r 2: still the short-HE rule", 1, 1, 1, 8000, 2000, 4000, 0, 1, {{128, 9, 200, 0, 1, 255, 128, 9, 200}}},
         {"HE r 0.5: negative threshold", 1, 1, 1, 2000, 2000, 4000, 0, 1, {{128, 9, 178, 0, 1, 255, 128, 9, 178}}},
         {"HE ratio NaN", nan, 1, 1, 16000, 2000, 4000, 1, 1, {{200, 50, 128, 1, 1, 1, 200, 50, 128}}},
         // AE exposure 0: both ratios infinite; AE->LE predicts 255, HE->AE 0.
@@ -111,48 +124,25 @@ TEST(MotionMask, RulesInOrderForEveryExposureCase) {
     }
 }
 
+// Veto: more than 840000 replaced pixels with an HE ratio above 2 (r 3 and
+// 4 here; below, at r 2, nothing is counted).
 TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
     const int w = 1000, h = 841;
     const float scale[3] = {1, 1, 1};
-    const uint32_t units[3] = {16000, 2000, 4000}; // HE ratio 4
-    for (int counted : {840000, 840001}) {
+    const int cases[][3] = {{16000, 840000, 0}, {16000, 840001, 1}, {12000, 840001, 1}, {8000, 840001, 0}};
+    for (const auto &c : cases) {
+        const uint32_t units[3] = {(uint32_t)c[0], 2000, 4000};
         Frames f;
-        // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104).
+        // Counted: HE 230 over AE 100; the rest predicted exactly (HE 200, AE 104 at r 4).
         f[HE_IDX].assign((size_t)w * h, 200);
         f[LE_IDX].assign((size_t)w * h, 50);
         f[AE_IDX].assign((size_t)w * h, 104);
-        for (int i = 0; i < counted; ++i) {
+        for (int i = 0; i < c[1]; ++i) {
             f[HE_IDX][i] = 230;
             f[AE_IDX][i] = 100;
         }
-        EXPECT_EQ(run(scale, units, 0, 1, f, w, h), counted > 840000 ? 1 : 0) << counted;
+        EXPECT_EQ(run(scale, units, 0, 1, f, w, h), c[2]) << c[0] << " " << c[1];
     }
-}
-
-// Without flags only the overlap is copied, from the input pitch; the ratios are logged.
-TEST(MotionMask, WithoutFlagsOnlyCopiesTheOverlapAndLogsRatios) {
-    const int w = 37, h = 5, in_w = 45;
-    HdrContext *ctx = shared_context();
-    Frames f;
-    for (int i = 0; i < 3; ++i) {
-        for (int k = 0; k < in_w * h; ++k) f[i].push_back((uint8_t)(k * 7 + i * 50));
-        memset(ctx->img_gaussian_pyramid[i][0], 0xEE, 64 * 8);
-    }
-    const float scale[3] = {1, 1, 1};
-    const uint32_t units[3] = {16000, 1000, 4000};
-    LogCapture log;
-    EXPECT_EQ(run(scale, units, 0, 0, f, w, h, in_w), 0);
-    EXPECT_TRUE(log.contains("ET_scale_ae2le: 0.250000, ET_scale_ae2he: 4.000000"));
-    EXPECT_EQ(log.lines().at(0).func, "MotionMask");
-    const int pitch = ctx->row_stride[0];
-    EXPECT_EQ(pitch, 40);
-    for (int i = 0; i < 3; ++i)
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < pitch; ++x)
-                ASSERT_EQ(ctx->img_gaussian_pyramid[i][0][y * pitch + x], x < w ? f[i][(size_t)y * in_w + x] : 0xEE)
-                    << "frame " << i << " (" << x << ", " << y << ")";
-    for (int i = 0; i < 3; ++i)
-        for (int k = 0; k < w * h; ++k) ASSERT_EQ(ctx->motion_mask[i][k], 1);
 }
 
 TEST(ResponseTables, EdgesOfTheInverse) {
@@ -165,30 +155,6 @@ TEST(ResponseTables, EdgesOfTheInverse) {
     EXPECT_EQ(csf_tab[128], 256);
     EXPECT_EQ(csf_tab[255], 1623);
     for (int i = 0; i < 256; ++i) EXPECT_EQ(inv_csf_tab[csf_tab[i]], i) << "round trip " << i;
-}
-
-TEST(ImgMaskCalcAL, ColumnsInChunksRowsInPairs) {
-    // 20: 16 + 4 columns; 22: 20 written, 2 left; 7: 4 written; 3: none.
-    // Odd heights also write row h.  Only the threshold's low byte counts.
-    const int cases[][3] = {{20, 4, 100}, {22, 3, 100}, {7, 1, 356}, {3, 2, 0}, {45, 5, 0}, {30, 2, 255}, {16, 0, 1}};
-    HdrContext *ctx = shared_context();
-    for (const auto &c : cases) {
-        const int w = c[0], h = c[1], t = c[2], stride = w + 5;
-        std::vector<uint8_t> src((size_t)stride * (h + 2)), mask((size_t)w * (h + 2), 0x77);
-        for (size_t k = 0; k < src.size(); ++k) src[k] = (uint8_t)(k * 37 + 11);
-        ctx->width = w;
-        ctx->height = h;
-        ctx->aligned[AE_IDX].luma = src.data();
-        ImgMaskCalcAL(ctx, mask.data(), stride, t);
-        const int rows_written = h < 1 ? 0 : (h + 1) & ~1;
-        for (int y = 0; y < h + 2; ++y)
-            for (int x = 0; x < w; ++x) {
-                const uint8_t s = src[(size_t)y * stride + x];
-                const bool written = y < rows_written && x < (w & ~3);
-                ASSERT_EQ(mask[(size_t)y * w + x], written ? (s >= (t & 255) ? 255 : 0) : 0x77)
-                    << "w " << w << " h " << h << " at (" << x << ", " << y << ")";
-            }
-    }
 }
 
 } // namespace

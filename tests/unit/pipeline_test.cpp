@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <string>
 
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 #include "unit/test_support.h"
 
 namespace {
@@ -22,54 +22,6 @@ std::vector<int64_t> merge(HdrContext *ctx, TestBracket b) { // the output overw
     return {rc, in.out_x, in.out_y, in.out_width, in.out_height, ctx->he_offset.x, ctx->he_offset.y, ctx->le_offset.x,
             ctx->le_offset.y, (int64_t)hash_plane(in.frame[HE_IDX].luma, in.width, in.out_width, in.out_height),
             (int64_t)hash_plane(in.frame[HE_IDX].chroma, in.width, in.out_width, in.out_height / 2)};
-}
-
-// The merge's stages in their order on one thread, as a reference for the
-// threaded hand-offs.
-std::vector<int64_t> merge_one_thread(HdrContext *c, TestBracket b) {
-    HdrInput in = b.input();
-    const int W = in.width, H = in.height;
-    c->input = &in;
-    for (int f : {HE_IDX, LE_IDX, AE_IDX}) BitmapCalc(in.frame[f].luma, W, H, &c->bitmap_pyramid[f][0]);
-    c->min_err_bits_he = (int32_t)OffsetCalc(&c->bitmap_pyramid[HE_IDX][0], &c->bitmap_pyramid[AE_IDX][0], &c->he_offset);
-    c->min_err_bits_le = (int32_t)OffsetCalc(&c->bitmap_pyramid[LE_IDX][0], &c->bitmap_pyramid[AE_IDX][0], &c->le_offset);
-    const int h[2] = {c->he_offset.x, c->he_offset.y}, l[2] = {c->le_offset.x, c->le_offset.y};
-    int o[3][2]; // crop origin of each frame: the overlap starts there
-    for (int a = 0; a < 2; ++a) {
-        const int m = std::min(0, std::min(h[a], l[a]));
-        o[HE_IDX][a] = h[a] - m, o[LE_IDX][a] = l[a] - m, o[AE_IDX][a] = -m;
-    }
-    c->width = (W - std::max({o[0][0], o[1][0], o[2][0]})) & ~7;
-    c->height = (H - std::max({o[0][1], o[1][1], o[2][1]})) & ~3;
-    for (c->levels = 0; (2 << c->levels) <= std::min(c->width, c->height);) ++c->levels;
-    for (int lv = 0; lv < c->levels; ++lv)
-        c->row_stride[lv] = ((c->width >> lv) + 10) & ~7, c->chroma_stride[lv] = ((c->width >> lv) + 13) & ~7;
-    for (int f = 0; f < 3; ++f) {
-        c->aligned[f].luma = in.frame[f].luma + o[f][1] * W + o[f][0];
-        c->aligned[f].chroma = in.frame[f].chroma + (o[f][1] >> 1) * W + (o[f][0] & ~1);
-        memset(c->motion_mask[f], 1, (size_t)W * H);
-    }
-    const uint32_t threshold = (uint32_t)((float)W * 0.004f * (float)H * 9.0f * 0.0625f);
-    c->le_flag = (uint32_t)c->min_err_bits_le > threshold, c->he_flag = (uint32_t)c->min_err_bits_he > threshold;
-    if (c->le_flag || c->he_flag) {
-        if (MotionMask(c, &in) != 0) return {}; // no vetoed case here
-    } else {
-        for (int f = 0; f < 3; ++f)
-            for (int r = 0; r < H; ++r) memcpy(c->img_gaussian_pyramid[f][0] + r * c->row_stride[0], c->aligned[f].luma + r * W, W);
-    }
-    for (int f = 0; f < 3; ++f) WeightWellExposed(c, f);
-    WeightNormalize(c->w_gaussian_pyramid, c->width, c->height, c->row_stride[0]);
-    for (int f = 0; f < 3; ++f) {
-        WeightGaussPyramid(&c->w_gaussian_pyramid[f][0], c->inter_buf[f], c->width, c->height, c->row_stride, c->levels);
-        ImageLaplacianPyramid(c, c->levels, f);
-        ImageLaplacianPyramidChroma(c, W, c->levels >> 1, f);
-    }
-    ImageReconstruct(c, c->levels);
-    ImageReconstructChroma(c, c->levels >> 1);
-    ImageNormalize(c, in.frame[HE_IDX].luma, in.frame[HE_IDX].chroma, W);
-    return {0, 0, 0, c->width, c->height, h[0], h[1], l[0], l[1],
-            (int64_t)hash_plane(in.frame[HE_IDX].luma, W, c->width, c->height),
-            (int64_t)hash_plane(in.frame[HE_IDX].chroma, W, c->width, c->height / 2)};
 }
 
 #if defined(__arm__) || defined(__aarch64__)
@@ -86,9 +38,10 @@ BracketOptions shifted(bool moving = false) {
 }
 
 // Output of fixed inputs, the same on every target and with every kernel
-// table: a change here is a change of the picture.  The planted shifts are
+// table: a change here is a change of the picture.  The sizes run one after
+// another on one context, so state left by a merge would show.  The planted shifts are
 // found, the frames are cropped to their overlap and really fused, and
-// repeated threaded merges give the bytes of a one-thread run.
+// repeated threaded merges give the same bytes.
 TEST(Merge, GoldenOutputsPlantedOffsetsAndDeterminism) {
     const struct {
         int w, h;
@@ -105,7 +58,7 @@ TEST(Merge, GoldenOutputsPlantedOffsetsAndDeterminism) {
     };
     HdrContext *ctx = shared_context();
     for (const DspVariant &v : dsp_variants()) {
-        ScopedDsp use(v.table);
+        ScopedDsp use(v.mask);
         for (const auto &g : goldens) {
             const std::string what = v.name + " " + std::to_string(g.w) + "x" + std::to_string(g.h);
             const TestBracket b = make_bracket(g.w, g.h, g.opt);
@@ -118,30 +71,18 @@ TEST(Merge, GoldenOutputsPlantedOffsetsAndDeterminism) {
             EXPECT_EQ(std::vector<int64_t>(r.begin() + HE_X, r.begin() + LUMA),
                       (std::vector<int64_t>{g.opt.he_dx, g.opt.he_dy, g.opt.le_dx, g.opt.le_dy})) << what;
             EXPECT_EQ(ctx->le_flag || ctx->he_flag, g.ghost_stage) << what;
-            EXPECT_EQ(merge_one_thread(ctx, b), r) << what << ": one thread";
             for (int i = 0; i < (g.w < 2000 ? kRepeats : 2) && !HasFailure(); ++i)
                 EXPECT_EQ(merge(ctx, b), r) << what << " run " << i;
         }
     }
 }
 
-TEST(Merge, SequentialMergesOfDifferentSizesMatchFreshContexts) {
-    for (const auto &s : {std::make_pair(328, 200), std::make_pair(256, 192),
-                        std::make_pair(400, 304), std::make_pair(328, 200)}) {
-        const TestBracket b = make_bracket(s.first, s.second, shifted(s.first == 400));
-        const std::vector<int64_t> reused = merge(shared_context(), b);
-        HdrContext *fresh = nullptr;
-        ASSERT_EQ(hdrCreateContext(&fresh), 0);
-        EXPECT_EQ(merge(fresh, b), reused) << s.first << "x" << s.second;
-        hdrDestroyContext(fresh);
-    }
-}
-
 TEST(Merge, FullCapacityFrames) {
-    // The largest frame: 11 levels, every buffer of the pool at its full size.
+    // The largest frame: 11 levels, every buffer of the pool at its full size,
+    // and chroma level 2 of 519 pairs, the one odd expand target of a merge.
     const std::vector<int64_t> r = merge(shared_context(), make_bracket(4160, 3120, shifted(true)));
     EXPECT_EQ(shared_context()->levels, 11);
-    EXPECT_EQ(std::vector<int64_t>(r.begin(), r.begin() + LUMA), (std::vector<int64_t>{0, 0, 0, 4152, 3112, 3, -2, -5, 4}));
+    EXPECT_EQ(r, (std::vector<int64_t>{0, 0, 0, 4152, 3112, 3, -2, -5, 4, -1809061119770081186, -4170479143214380885}));
 }
 
 TEST(Merge, UnregistrableFramesGiveTheReferenceFrame) {
@@ -186,6 +127,8 @@ TEST(Merge, BadDescriptorIsRejectedWithoutSideEffects) {
     EXPECT_EQ(hdrAbortProcessing(), 0);
 }
 
+// The unconditional stdout line, the unmeasured stages' counters, and the
+// log lines that carry values: the mode, the offsets and the working size.
 TEST(Merge, LogLinesCountersAndStdout) {
     TestBracket b = make_bracket(400, 256, shifted());
     HdrInput in = b.input();
@@ -198,27 +141,10 @@ TEST(Merge, LogLinesCountersAndStdout) {
     ASSERT_EQ(rc, 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "ImageNormalize LUMA end\n");
     EXPECT_EQ(total_time_2 | total_time_3 | total_time_7 | total_time_8, 0);
-    EXPECT_GE(total_time_1, 0);
     EXPECT_GE(total_time_5, total_time_6);
-
-    const HdrContext *ctx = shared_context();
-    char he_line[64], le_line[64];
-    snprintf(he_line, sizeof he_line, "OffsetCalc 0 end, %d, %d\n", ctx->he_offset.x, ctx->he_offset.y);
-    snprintf(le_line, sizeof le_line, "OffsetCalc 2 end, %d, %d\n", ctx->le_offset.x, ctx->le_offset.y);
-    for (const char *line : {"BitmapCalc 0 end\n", "BitmapCalc 1 end\n", "BitmapCalc 2 end\n", (const char *)he_line,
-                             (const char *)le_line, "normalize weighting done!\n", "varo_hdr: ImageReconstruct end\n",
-                             "ImageReconstructChroma Chroma end\n", "varo_hdr: ImageNormalize end\n",
-                             "varo_hdr: LE_IDX end\n", "varo_hdr: AE_IDX end\n",
+    for (const char *line : {"OffsetCalc 0 end, 3, -2\n", "OffsetCalc 2 end, -5, 4\n", "varo_hdr: HE_IDX end\n",
                              "offset HE (8, 0), LE (0, 6), AE (5, 2), size (392, 248), level 7\n"})
         EXPECT_EQ(log.count(line), 1) << line;
-    for (const std::string f : {"HE_IDX", "LE_IDX", "AE_IDX"}) {
-        for (const std::string stage : {"WeightGaussPyramid", "ImageLaplacianPyramid", "ImageLaplacianPyramidChroma"})
-            for (const char *end : {" start\n", " end\n"})
-                EXPECT_TRUE(log.contains("varo_hdr: " + stage + " " + f + end)) << stage << f;
-        EXPECT_TRUE(log.contains("varo_hdr: WeightWellExposed " + f + " end\n")) << f;
-    }
-    // Thread 1's last line comes before its last hand-off, so it is in by now.
-    EXPECT_EQ(log.count("varo_hdr: HE_IDX end\n"), 1);
     bool mode = false;
     for (const LoggedLine &l : log.lines())
         mode |= l.func == "hdrThreeFrameCore" &&

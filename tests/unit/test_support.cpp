@@ -6,17 +6,14 @@
 
 #include "cam_debug_stub.h"
 #include "common/cpu.h"
+#include "common/geometry.h"
 
 std::vector<DspVariant> dsp_variants() {
-    std::vector<DspVariant> v(1);
-    v[0].name = "c";
-    hdr_dsp_init(&v[0].table, 0);
-#if HDR_HAVE_NEON
-    v.push_back({"neon", HdrDsp()});
-    hdr_dsp_init(&v[1].table, HDR_CPU_NEON);
-#elif defined(TEST_SIMDE_NEON)
-    v.push_back({"neon_simde", v[0].table});
-    hdr_dsp_init_neon(&v[1].table);
+    std::vector<DspVariant> v = {{"c", 0u}};
+#if defined(VARO_HDR_TEST_SIMDE_NEON)
+    v.push_back({"neon_simde", (unsigned)HDR_CPU_NEON});
+#else
+    if (hdr_cpu_flags() & HDR_CPU_NEON) v.push_back({"neon", (unsigned)HDR_CPU_NEON});
 #endif
     return v;
 }
@@ -38,10 +35,7 @@ void set_geometry(HdrContext *ctx, int width, int height, int levels) {
     if (levels < 0)
         for (levels = 0; (2 << levels) <= (width < height ? width : height);) ++levels;
     ctx->levels = levels;
-    for (int l = 0; l < levels; ++l) {
-        ctx->row_stride[l] = ((width >> l) + 10) & ~7;
-        ctx->chroma_stride[l] = ((width >> l) + 13) & ~7;
-    }
+    set_level_pitches(ctx);
 }
 
 namespace {

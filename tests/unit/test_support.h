@@ -9,19 +9,19 @@
 #include "common/dsp.h"
 #include "varo_hdr.h"
 
-// The kernel tables of this build: "c" always, then "neon" on Arm or
-// "neon_simde" where the Arm kernels are compiled through SIMDe.
+// The kernel tables of this build, as instruction-set masks: "c" always, then
+// "neon" on Arm or "neon_simde" where the Arm kernels run through SIMDe.
 struct DspVariant {
     std::string name;
-    HdrDsp table;
+    unsigned mask;
 };
 std::vector<DspVariant> dsp_variants();
 
-// Runs the library's stages with `table` for its lifetime.
+// Runs the library's stages with the table of `mask` for its lifetime.
 class ScopedDsp {
   public:
-    explicit ScopedDsp(const HdrDsp &table) { hdr_dsp_override(&table); }
-    ~ScopedDsp() { hdr_dsp_override(nullptr); }
+    explicit ScopedDsp(unsigned mask) { hdr_set_cpu_flags_mask(mask); }
+    ~ScopedDsp() { hdr_set_cpu_flags_mask(~0u); }
 };
 
 // One full-capacity context per test process (creation takes ~430 MB).

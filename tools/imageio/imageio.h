@@ -101,10 +101,9 @@ RgbImage develop_bayer(const std::vector<uint8_t> &mosaic, int width, int height
                        const BayerParams &p);
 
 // ------------------------------------------------------ synthetic scene --
-// A deterministic three-exposure bracket of an invented scene: bright sky, sun
-// and lamps, deep shadows, textured walls and ground.  Exposures 1:4:16 (LE,
-// AE, HE) through a fixed camera response; the side frames are the AE view
-// shifted by synthetic_shift().
+// The deterministic three-exposure bracket of tools/synthetic (exposures
+// 1:4:16 for LE, AE, HE); the side frames are the AE view shifted by
+// synthetic_shift().
 struct SyntheticBracket {
     RgbImage frame[3];
     uint32_t exposure_units[3];

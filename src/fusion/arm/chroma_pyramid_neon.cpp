@@ -2,12 +2,9 @@
 // in-place pads as the references in chroma_dsp.cpp.
 #include "common/arith.h"
 #include "common/neon.h"
-#include "fusion/chroma_dsp.h"
+#include "fusion/arm/fusion_neon.h"
 
-namespace {
-
-void copy_flip_neon(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdiff_t src_stride,
-                    int bytes, int rows) {
+decl_chroma_copy_flip_fn(chroma_copy_flip_neon) {
     const int n = (int)ceil16((unsigned)bytes);
     const uint8x16_t flip = vdupq_n_u8(0x80);
     for (int r = 0; r < rows; r += 2)
@@ -19,13 +16,13 @@ void copy_flip_neon(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src, ptrdi
         }
 }
 
-inline int16x8_t widen_s8(uint8x8_t v) { return vmovl_s8(vreinterpret_s8_u8(v)); }
+static inline int16x8_t widen_s8(uint8x8_t v) { return vmovl_s8(vreinterpret_s8_u8(v)); }
 
 // Eight outputs (four pairs j = 4s .. 4s+3) need source pairs 8s-2 .. 8s+8.
 // Splitting pairs into even and odd (16-bit units) puts every tap of an output
 // pair in one lane: taps -2, 0, +2 are even pairs shifted by 0, 1, 2 units,
 // taps -1, +1 odd pairs shifted by 0, 1.  Sums stay within 16 bits.
-void reduce_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, int rows) {
+decl_chroma_reduce_h_fn(chroma_reduce_h_neon) {
     const int n = (int)ceil8(2u * (unsigned)(pairs >> 1));
     for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
         int8_t *p = src;
@@ -52,7 +49,7 @@ void reduce_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int pairs, i
     }
 }
 
-void reduce_v_neon(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int values, int rows) {
+decl_chroma_reduce_v_fn(chroma_reduce_v_neon) {
     const int n = (int)ceil8((unsigned)values);
     for (int j = 0; j < rows; ++j, dst += dst_stride) {
         const int16_t *c = src + 2 * j * n;
@@ -81,16 +78,7 @@ void reduce_v_neon(int8_t *dst, ptrdiff_t dst_stride, const int16_t *src, int va
     }
 }
 
-// Even output pair 2k and odd pair 2k+1 are formed in separate vectors and
-// interleaved as 32-bit units (one pair each).
-inline void store_interleaved(int16_t *d, int16x8_t even, int16x8_t odd) {
-    const int32x4x2_t z = vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
-    vst1q_s16(d, vreinterpretq_s16_s32(z.val[0]));
-    vst1q_s16(d + 8, vreinterpretq_s16_s32(z.val[1]));
-}
-
-void expand_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
-                   int dst_pairs) {
+decl_chroma_expand_h_fn(chroma_expand_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8((unsigned)src_pairs);
     const int e = 2 * src_pairs;
@@ -109,21 +97,16 @@ void expand_h_neon(int16_t *dst, int8_t *src, ptrdiff_t src_stride, int src_pair
                 store_interleaved(dst + 4 * k + 16 * half, even, odd);
             }
         }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
-void expand_band_neon(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptrdiff_t g_stride,
-                      const int16_t *h, int values, int rows, int zero_edges) {
+decl_chroma_expand_band_fn(chroma_expand_band_neon) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    const int tail = (rows & 1) ? 3 : 2;
     for (int y = 0; y < rows; ++y) {
         int16_t *b = band + y * band_stride;
-        if (zero_edges && (y < 2 || y >= rows - tail)) {
+        if (zero_edges && chroma_zero_row(y, rows)) {
             for (int i = 0; i < n; i += 8) vst1q_s16(b + i, vdupq_n_s16(0));
             continue;
         }
@@ -139,8 +122,7 @@ void expand_band_neon(int16_t *band, ptrdiff_t band_stride, const int8_t *g, ptr
     }
 }
 
-void residual_neon(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src, ptrdiff_t src_stride,
-                   int values, int rows) {
+decl_chroma_residual_fn(chroma_residual_neon) {
     for (int y = 0; y < rows; ++y) {
         int16_t *d = dst + y * dst_stride;
         const int8_t *s = src + y * src_stride;
@@ -148,15 +130,4 @@ void residual_neon(int16_t *dst, ptrdiff_t dst_stride, const int8_t *src, ptrdif
         for (; i + 8 <= values; i += 8) vst1q_s16(d + i, vmovl_s8(vld1_s8(s + i)));
         for (; i < values; ++i) d[i] = s[i];
     }
-}
-
-} // namespace
-
-void chroma_dsp_init_pyramid_neon(ChromaDsp *dsp) {
-    dsp->copy_flip = copy_flip_neon;
-    dsp->reduce_h = reduce_h_neon;
-    dsp->reduce_v = reduce_v_neon;
-    dsp->expand_h = expand_h_neon;
-    dsp->expand_band = expand_band_neon;
-    dsp->residual = residual_neon;
 }

@@ -3,16 +3,12 @@
 // on the next row.
 #include "common/arith.h"
 #include "common/neon.h"
-#include "fusion/chroma_dsp.h"
-
-namespace {
+#include "fusion/arm/fusion_neon.h"
 
 // 16 values of b0 (8 pairs) per step.  Each weight is duplicated for the two
 // components; products and sums in 32 bits, vrshrn = (a + 128) >> 8 with the
 // low 16 bits kept, as in the reference.
-void blend_neon(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t stride,
-                const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t w_stride,
-                int pairs, int rows) {
+decl_chroma_blend_fn(chroma_blend_neon) {
     const int n = (int)ceil8((unsigned)pairs);
     for (int y = 0; y < rows; ++y) {
         int16_t *p0 = b0 + y * stride;
@@ -42,8 +38,7 @@ void blend_neon(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t str
 
 // Even pair 2k and odd pair 2k+1 in separate vectors, interleaved as 32-bit
 // units (one pair each); 16-bit wrapping sums as in the reference.
-void collapse_h_neon(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_pairs, int rows,
-                     int dst_pairs) {
+decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8(2u * (unsigned)src_pairs) / 2;
     const int e = 2 * src_pairs;
@@ -55,21 +50,15 @@ void collapse_h_neon(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int src_p
                             c = vld1q_s16(q + 2 * k + 2);
             const int16x8_t even = vmlaq_n_s16(vaddq_s16(a, c), b, 6);
             const int16x8_t odd = vshlq_n_s16(vaddq_s16(b, c), 2);
-            const int32x4x2_t z =
-                vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
-            vst1q_s16(dst + 4 * k, vreinterpretq_s16_s32(z.val[0]));
-            vst1q_s16(dst + 4 * k + 8, vreinterpretq_s16_s32(z.val[1]));
+            store_interleaved(dst + 4 * k, even, odd);
         }
-        if (dst_pairs & 1) {
-            dst[2 * dst_pairs - 2] = (int16_t)(7 * q[e - 2]);
-            dst[2 * dst_pairs - 1] = (int16_t)(7 * q[e - 1]);
-        }
+        odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
 // E in wrapping 16-bit sums; vrsra adds (E + 32) >> 6 with the rounding done
 // at full precision and the accumulation wrapping, as the reference does.
-void collapse_v_neon(int16_t *dst, ptrdiff_t stride, const int16_t *h, int values, int rows) {
+decl_chroma_collapse_v_fn(chroma_collapse_v_neon) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
@@ -83,12 +72,4 @@ void collapse_v_neon(int16_t *dst, ptrdiff_t stride, const int16_t *h, int value
             vst1q_s16(d + i, vrsraq_n_s16(vld1q_s16(d + i), E, 6));
         }
     }
-}
-
-} // namespace
-
-void chroma_dsp_init_reconstruct_neon(ChromaDsp *dsp) {
-    dsp->blend = blend_neon;
-    dsp->collapse_h = collapse_h_neon;
-    dsp->collapse_v = collapse_v_neon;
 }

@@ -1,7 +1,36 @@
-// The NEON kernels of the luma fusion, one overlay per source file.
+// The NEON kernels of the fusion, spread over the files of this folder and
+// gathered into the tables by fusion_neon.cpp.
 #pragma once
+#include "fusion/chroma_dsp.h"
 #include "fusion/fusion_dsp.h"
 
-void fusion_dsp_init_weight_neon(FusionDsp *dsp);
-void fusion_dsp_init_laplacian_neon(FusionDsp *dsp);
-void fusion_dsp_init_reconstruct_neon(FusionDsp *dsp);
+#include "common/neon.h"
+
+// Even output pair 2k and odd pair 2k+1 are formed in separate vectors and
+// interleaved as 32-bit units (one pair each).
+static inline void store_interleaved(int16_t *d, int16x8_t even, int16x8_t odd) {
+    const int32x4x2_t z = vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
+    vst1q_s16(d, vreinterpretq_s16_s32(z.val[0]));
+    vst1q_s16(d + 8, vreinterpretq_s16_s32(z.val[1]));
+}
+
+decl_weight_well_exposed_fn(weight_well_exposed_neon);
+decl_weight_normalize_fn(weight_normalize_neon);
+decl_reduce_v_fn(weight_reduce_v_neon);
+decl_reduce_v_fn(image_reduce_v_neon);
+decl_image_expand_h_fn(image_expand_h_neon);
+decl_image_band_v_fn(image_band_v_neon);
+decl_residual_copy_fn(residual_copy_neon);
+decl_band_blend_fn(band_blend_neon);
+decl_collapse_expand_h_fn(collapse_expand_h_neon);
+decl_collapse_add_v_fn(collapse_add_v_neon);
+
+decl_chroma_copy_flip_fn(chroma_copy_flip_neon);
+decl_chroma_reduce_h_fn(chroma_reduce_h_neon);
+decl_chroma_reduce_v_fn(chroma_reduce_v_neon);
+decl_chroma_expand_h_fn(chroma_expand_h_neon);
+decl_chroma_expand_band_fn(chroma_expand_band_neon);
+decl_chroma_residual_fn(chroma_residual_neon);
+decl_chroma_blend_fn(chroma_blend_neon);
+decl_chroma_collapse_h_fn(chroma_collapse_h_neon);
+decl_chroma_collapse_v_fn(chroma_collapse_v_neon);

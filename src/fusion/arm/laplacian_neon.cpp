@@ -3,15 +3,11 @@
 #include "common/neon.h"
 #include "fusion/arm/expand_rows_neon.h"
 #include "fusion/arm/fusion_neon.h"
-#include "fusion/arm/reduce_neon.h"
 #include "fusion/pyramid_rows.h"
-
-namespace {
 
 // All sums fit 16 bits (at most 65280), and the rounding narrow forms
 // (s + 128) >> 8 without losing the carry, as the scalar int arithmetic does.
-void image_reduce_v_neon(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w,
-                         int out_h) {
+decl_reduce_v_fn(image_reduce_v_neon) {
     const ptrdiff_t s = out_w;
     for (int x = 0; x < out_w; x += 8) {
         uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
@@ -39,8 +35,7 @@ void image_reduce_v_neon(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, 
 }
 
 // 16 source pixels give 16 even and 16 odd outputs, interleaved by vst2.
-void image_expand_h_neon(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h,
-                         int dst_w) {
+decl_image_expand_h_fn(image_expand_h_neon) {
     const int n = (int)ceil16((unsigned)w);
     const ptrdiff_t pitch = ceil8((unsigned)dst_w);
     const uint8x8_t six = vdup_n_u8(6);
@@ -61,8 +56,7 @@ void image_expand_h_neon(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int 
     }
 }
 
-void image_band_v_neon(int16_t *band, ptrdiff_t band_stride, const uint8_t *g, ptrdiff_t g_stride,
-                       const uint16_t *hs, int w, int h) {
+decl_image_band_v_fn(image_band_v_neon) {
     expand_rows_neon(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, uint16x8_t e) {
         // E <= 16320: the unsigned rounding shift is exact, and g - e wraps to
         // the signed difference.
@@ -71,21 +65,11 @@ void image_band_v_neon(int16_t *band, ptrdiff_t band_stride, const uint8_t *g, p
     });
 }
 
-void residual_copy_neon(int16_t *dst, const uint8_t *src, ptrdiff_t stride, int w, int h) {
+decl_residual_copy_fn(residual_copy_neon) {
     for (int y = 0; y < h; ++y, src += stride, dst += stride) {
         int x = 0;
         for (; x + 8 <= w; x += 8)
             vst1q_s16(dst + x, vreinterpretq_s16_u16(vmovl_u8(vld1_u8(src + x))));
         for (; x < w; ++x) dst[x] = src[x];
     }
-}
-
-} // namespace
-
-void fusion_dsp_init_laplacian_neon(FusionDsp *dsp) {
-    dsp->image_reduce_h = reduce_h_neon<6>;
-    dsp->image_reduce_v = image_reduce_v_neon;
-    dsp->image_expand_h = image_expand_h_neon;
-    dsp->image_band_v = image_band_v_neon;
-    dsp->residual_copy = residual_copy_neon;
 }

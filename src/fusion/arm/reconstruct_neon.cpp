@@ -5,15 +5,11 @@
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
-namespace {
-
-inline int16x8_t widen_weight(const uint8_t *w) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(w))); }
+static inline int16x8_t widen_weight(const uint8_t *w) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(w))); }
 
 // vrshrn forms (a + 128) >> 8 arithmetically and keeps the low 16 bits, as
 // the scalar (int16_t) conversion does.
-void band_blend_neon(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_t bstride,
-                     const uint8_t *w0, const uint8_t *w1, const uint8_t *w2, ptrdiff_t wstride,
-                     int w8, int h) {
+decl_band_blend_fn(band_blend_neon) {
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w8; x += 8) {
             int16x8_t a0 = vld1q_s16(b0 + x), a1 = vld1q_s16(b1 + x), a2 = vld1q_s16(b2 + x);
@@ -37,8 +33,7 @@ void band_blend_neon(int16_t *b0, const int16_t *b1, const int16_t *b2, ptrdiff_
 
 // 8 source elements give 8 even and 8 odd outputs, interleaved by vst2; the
 // 16-bit lanes wrap as the scalar sums do.
-void collapse_expand_h_neon(int16_t *dst, int16_t *src, ptrdiff_t src_stride, int w, int h,
-                            int dst_w) {
+decl_collapse_expand_h_fn(collapse_expand_h_neon) {
     const int n = (int)ceil8((unsigned)w);
     const ptrdiff_t pitch = ceil8((unsigned)dst_w);
     for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
@@ -57,17 +52,9 @@ void collapse_expand_h_neon(int16_t *dst, int16_t *src, ptrdiff_t src_stride, in
 
 // vrsra adds (E + 32) >> 6 with the rounding carried beyond 16 bits, as the
 // scalar shift of the widened E does; the accumulation wraps.
-void collapse_add_v_neon(int16_t *l, ptrdiff_t l_stride, const int16_t *hs, int w, int h) {
+decl_collapse_add_v_fn(collapse_add_v_neon) {
     expand_rows_neon((const uint16_t *)hs, (int)ceil8((unsigned)w), h, [&](int y, int x, uint16x8_t e) {
         int16_t *d = l + y * l_stride + x;
         vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
     });
-}
-
-} // namespace
-
-void fusion_dsp_init_reconstruct_neon(FusionDsp *dsp) {
-    dsp->band_blend = band_blend_neon;
-    dsp->collapse_expand_h = collapse_expand_h_neon;
-    dsp->collapse_add_v = collapse_add_v_neon;
 }

@@ -12,7 +12,7 @@
 // offsets 2k-2, 2k and 2k+2 the lanes hold p[2k-2], p[2k-1], p[2k], p[2k+1]
 // and p[2k+2] of eight outputs; the 16-bit sums are the scalar ones exactly.
 template <int C>
-static void reduce_h_neon(uint16_t *dst, uint8_t *src, ptrdiff_t src_stride, int w, int h) {
+static decl_reduce_h_fn(pyramid_reduce_h_neon) {
     const int n = (int)ceil8((unsigned)(w >> 1));
     const uint8x8_t centre = vdup_n_u8(C);
     for (int r = 0; r < h; ++r, src += src_stride, dst += n) {

@@ -2,15 +2,13 @@
 #include "common/arith.h"
 #include "common/neon.h"
 #include "fusion/arm/fusion_neon.h"
-#include "fusion/arm/reduce_neon.h"
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
-
-namespace {
 
 // 256-entry byte lookup from eight 32-byte tables: vtbl gives 0 and vtbx
 // keeps the lane for indices beyond 31, and every step moves the index down
 // by 32 (wrapping the done lanes out of range).
+namespace {
 struct Lut256 {
     uint8x8x4_t part[8];
     explicit Lut256(const uint8_t *t) {
@@ -27,9 +25,9 @@ struct Lut256 {
         return r;
     }
 };
+} // namespace
 
-void weight_well_exposed_neon(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride,
-                              const uint8_t *mask, const uint8_t *curve, int width, int height) {
+decl_weight_well_exposed_fn(weight_well_exposed_neon) {
     const Lut256 lut(curve);
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
@@ -44,15 +42,14 @@ void weight_well_exposed_neon(uint8_t *dst, const uint8_t *luma, ptrdiff_t strid
 }
 
 // (w * q + 128) >> 8 kept to 16 bits, then saturated to a byte.
-inline uint8x8_t scale_weight(uint8x8_t w, uint16x8_t q) {
+static inline uint8x8_t scale_weight(uint8x8_t w, uint16x8_t q) {
     uint16x8_t w16 = vmovl_u8(w);
     uint16x4_t lo = vrshrn_n_u32(vmull_u16(vget_low_u16(w16), vget_low_u16(q)), 8);
     uint16x4_t hi = vrshrn_n_u32(vmull_u16(vget_high_u16(w16), vget_high_u16(q)), 8);
     return vqmovn_u16(vcombine_u16(lo, hi));
 }
 
-void weight_normalize_neon(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stride, int width,
-                           int height) {
+decl_weight_normalize_fn(weight_normalize_neon) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
@@ -80,14 +77,12 @@ void weight_normalize_neon(uint8_t *w0, uint8_t *w1, uint8_t *w2, ptrdiff_t stri
     }
 }
 
-
 // min(255, (sum + 2048) >> 12): the saturating narrows give the clamp.
-inline uint8x8_t weight_out(uint32x4_t lo, uint32x4_t hi) {
+static inline uint8x8_t weight_out(uint32x4_t lo, uint32x4_t hi) {
     return vqmovn_u16(vcombine_u16(vqrshrn_n_u32(lo, 12), vqrshrn_n_u32(hi, 12)));
 }
 
-void weight_reduce_v_neon(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, int out_w,
-                          int out_h) {
+decl_reduce_v_fn(weight_reduce_v_neon) {
     const ptrdiff_t s = out_w;
     for (int x = 0; x < out_w; x += 8) {
         uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
@@ -120,13 +115,4 @@ void weight_reduce_v_neon(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t,
             vst1_u8(d + x, weight_out(lo, hi));
         }
     }
-}
-
-} // namespace
-
-void fusion_dsp_init_weight_neon(FusionDsp *dsp) {
-    dsp->weight_well_exposed = weight_well_exposed_neon;
-    dsp->weight_normalize = weight_normalize_neon;
-    dsp->weight_reduce_h = reduce_h_neon<54>;
-    dsp->weight_reduce_v = weight_reduce_v_neon;
 }

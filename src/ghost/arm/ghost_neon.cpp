@@ -23,8 +23,7 @@ void mask_row_neon(const uint8_t *s, uint8_t *d, unsigned width, uint8_t thresho
     }
 }
 
-void mask_rows_neon(const uint8_t *src, ptrdiff_t src_stride, uint8_t *dst, ptrdiff_t dst_stride,
-                    unsigned width, uint8_t threshold) {
+decl_mask_rows_fn(mask_rows_neon) {
     mask_row_neon(src, dst, width, threshold);
     mask_row_neon(src + src_stride, dst + dst_stride, width, threshold);
 }

@@ -13,7 +13,7 @@ inline bool any_lane(uint16x8_t m) {
 // each 4-lane half holds a value whose index is p mod 4, so widening-adding
 // the four halves into one 32-bit vector keeps partial sum p = values with
 // index p mod 4, wrapping as the reference's uint32 partials do.
-void stats_neon(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width16, int rows) {
+decl_tone_stats_fn(tone_stats_neon) {
     uint32x4_t nu = vdupq_n_u32(0), no = vdupq_n_u32(0);
     int32x4_t su = vdupq_n_s32(0), so = vdupq_n_s32(0), qu = vdupq_n_s32(0);
     int64x2_t qo = vdupq_n_s64(0);
@@ -78,9 +78,7 @@ void stats_neon(ToneStats *st, const int16_t *luma, ptrdiff_t stride, int width1
 // gather or divide; the block sums and the chroma scaling are vector:
 // vmulq_s32 wraps like the reference's 32-bit product, vmovn keeps the low
 // 16 bits of the >> 13, the + 256 wraps in 16 bits and vqmovun saturates.
-void map_neon(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const int16_t *luma,
-              ptrdiff_t luma_stride, const int16_t *chroma, ptrdiff_t chroma_stride, int width8,
-              int row_pairs, const ToneCurve *c) {
+decl_tone_map_fn(tone_map_neon) {
     const int16x8_t lo = vdupq_n_s16(c->lo), hi = vdupq_n_s16(c->hi);
     const uint8_t *lut = c->lut;
     for (int r = 0; r < row_pairs; ++r) {
@@ -124,6 +122,6 @@ void map_neon(uint8_t *out_luma, uint8_t *out_chroma, ptrdiff_t out_pitch, const
 } // namespace
 
 void tone_dsp_init_neon(ToneDsp *dsp) {
-    dsp->stats = stats_neon;
-    dsp->map = map_neon;
+    dsp->stats = tone_stats_neon;
+    dsp->map = tone_map_neon;
 }

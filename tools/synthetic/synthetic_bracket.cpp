@@ -1,4 +1,4 @@
-#include "unit/synthetic.h"
+#include "synthetic_bracket.h"
 
 #include <math.h>
 #include <string.h>
@@ -50,6 +50,8 @@ uint32_t radiance(int32_t x, int32_t y, const BracketOptions &o, int frame_index
     return L + 8;
 }
 
+const uint32_t kGain[3] = {16, 1, 4}; // HE, LE, AE
+
 uint8_t expose(uint32_t L, uint32_t gain) {
     // 255 * sqrt(L * gain / white), white = 1 << 18.
     uint64_t v = (uint64_t)L * gain * 65025u >> 18;
@@ -75,7 +77,6 @@ HdrInput TestBracket::input() {
 
 TestBracket make_bracket(int W, int H, const BracketOptions &o) {
     TestBracket b;
-    const uint32_t gain[3] = {16, 1, 4}; // HE, LE, AE
     b.units[HE_IDX] = 16000;
     b.units[LE_IDX] = 1000;
     b.units[AE_IDX] = 4000;
@@ -87,7 +88,7 @@ TestBracket make_bracket(int W, int H, const BracketOptions &o) {
         fr.buf.assign((size_t)W * H + (size_t)W * H / 2 + (size_t)W * 127 + 128, 0);
         for (int r = 0; r < H; ++r)
             for (int c = 0; c < W; ++c)
-                fr.luma()[(size_t)r * W + c] = expose(radiance(c - dx[f], r - dy[f], o, f), gain[f]);
+                fr.luma()[(size_t)r * W + c] = expose(radiance(c - dx[f], r - dy[f], o, f), kGain[f]);
         for (int r = 0; r < H / 2; ++r)
             for (int c = 0; c < W / 2; ++c) {
                 // Colour follows slow scene regions, fading out at the extremes.
@@ -106,7 +107,8 @@ TestBracket make_bracket(int W, int H, const BracketOptions &o) {
 LumaFrame textured_frame(int width, int height, uint32_t seed) {
     BracketOptions o;
     o.seed = seed;
-    const TestBracket b = make_bracket(width, height, o);
-    const uint8_t *luma = b.frame[AE_IDX].luma();
-    return LumaFrame{width, height, std::vector<uint8_t>(luma, luma + (size_t)width * height)};
+    LumaFrame f{width, height, std::vector<uint8_t>((size_t)width * height)};
+    for (int r = 0; r < height; ++r)
+        for (int c = 0; c < width; ++c) f.at(c, r) = expose(radiance(c, r, o, AE_IDX), kGain[AE_IDX]);
+    return f;
 }

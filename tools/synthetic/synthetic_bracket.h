@@ -1,4 +1,5 @@
-// Deterministic synthetic three-exposure brackets for tests and benchmarks.
+// Deterministic synthetic three-exposure brackets for the tests, the
+// benchmarks and the merge tool's bundled input.
 // Integer arithmetic only, so every target builds the same bytes.
 #pragma once
 #include <stdint.h>
