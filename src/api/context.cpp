@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "api/merge_status.h"
 #include "api/pool.h"
 #include "common/log.h"
 #include "varo_hdr.h"
@@ -65,14 +66,15 @@ extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
     HDR_LOG_BEGIN();
     Allocations a;
 
-    uint8_t *block = a.take(sizeof(HdrContext) + 128);
+    // The merge status sits behind the public record (see merge_status.h).
+    uint8_t *block = a.take(sizeof(HdrContextBlock) + 128);
     if (!block) {
         puts("hrd_creat malloc failed 0");
         HDR_LOG_END();
         return VARO_HDR_ERR_NOMEM;
     }
     HdrContext *ctx = (HdrContext *)block;
-    memset(ctx, 0, sizeof(*ctx));
+    memset(block, 0, sizeof(HdrContextBlock));
     *out = ctx;
 
     for (int f = 2; f >= 0; --f) {

@@ -2,6 +2,7 @@
 #include <stdio.h>
 
 #include "alloc/alloc_hook.h"
+#include "api/merge_status.h"
 #include "api/pool.h"
 #include "varo_hdr.h"
 
@@ -12,7 +13,7 @@ TEST(ContextAllocation, RequestsInOrderWithTheDesignedSizes) {
     alloc_hook_arm();
     ASSERT_EQ(hdrCreateContext(&ctx), 0);
     const std::vector<AllocRecord> req = alloc_hook_disarm();
-    std::vector<size_t> want = {sizeof(HdrContext) + 128};
+    std::vector<size_t> want = {sizeof(HdrContextBlock) + 128}; // merge status behind the record
     for (int f = 2; f >= 0; --f)
         for (int l = 5; l >= 0; --l) want.push_back(pool_bitmap_bytes(l) + 80);
     for (int f = 0; f < 3; ++f)
