@@ -178,8 +178,10 @@ bool exif_exposure(const Loaded &l, const std::string &path, double *v, std::str
     const double n = l.exif.f_number > 0 ? l.exif.f_number : 1;
     *v = l.exif.exposure_time * iso / (n * n);
     char b[96];
-    snprintf(b, sizeof b, ", ISO %g, f/%g", l.exif.iso, l.exif.f_number);
-    *text = format_seconds(l.exif.exposure_time) + b;
+    snprintf(b, sizeof b, ", ISO %g", l.exif.iso);
+    *text = format_seconds(l.exif.exposure_time) + (l.exif.iso > 0 ? b : ", no ISO (taken as 100)");
+    snprintf(b, sizeof b, ", f/%g", l.exif.f_number);
+    *text += l.exif.f_number > 0 ? b : ", no f-number (taken as 1)";
     return true;
 }
 
