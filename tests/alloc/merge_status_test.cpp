@@ -40,6 +40,14 @@ TEST(MergeStatus, OutcomeReasonOffsetsAndRectangleOfEveryKindOfCall) {
          HDR_FALLBACK_NONE},
         {"flat frames", 200, 120, shifted(0, 0, false, true), nullptr, 0, HDR_OUTCOME_FALLBACK,
          HDR_FALLBACK_REGISTRATION},
+        {"ghosting", 1280, 720, BracketOptions(),
+         [](TestBracket &b, HdrInput &) { // a dark reference, HE nearly white with one block that disagrees
+             uint8_t *ae = b.frame[AE_IDX].luma(), *he = b.frame[HE_IDX].luma();
+             for (size_t i = 0; i < 1280 * 720; ++i) ae[i] /= 2, he[i] = (uint8_t)(221 + he[i] / 8);
+             for (int r = 100; r < 300; ++r)
+                 for (int c = 100; c < 500; ++c) he[r * 1280 + c] = (uint8_t)(473 - he[r * 1280 + c]);
+         },
+         0, HDR_OUTCOME_FALLBACK, HDR_FALLBACK_GHOSTING},
         {"odd width", 64, 48, shifted(0, 0), [](TestBracket &, HdrInput &in) { in.width = 63; },
          VARO_HDR_ERR_INVALID, HDR_OUTCOME_REJECTED, HDR_FALLBACK_NONE},
     };
