@@ -320,9 +320,8 @@ bool parse_args(int argc, const char *const *argv, Options *opt, std::string *er
     Options o;
     optind = 0; // full reset: parse_args may run more than once in a process
     opterr = 0;
-    bool size_given = false;
     for (;;) {
-        const int c = getopt_long(argc, args.data(), "hj:", longopts, nullptr);
+        const int c = getopt_long(argc, args.data(), ":hj:", longopts, nullptr);
         if (c == -1) break;
         const char *v = optarg;
         long n;
@@ -341,7 +340,6 @@ bool parse_args(int argc, const char *const *argv, Options *opt, std::string *er
                 *err = std::string("--size wants even WxH, got '") + v + "'";
                 return false;
             }
-            size_given = true;
             break;
         case O_OUT: o.out = v; break;
         case O_QUALITY:
@@ -370,14 +368,13 @@ bool parse_args(int argc, const char *const *argv, Options *opt, std::string *er
         case O_WRITE_DEFAULT: o.write_default_dir = v; break;
         default: {
             const char *bad = optind - 1 < argc ? argv[optind - 1] : "?";
-            *err = optopt && c == ':' ? std::string(bad) + " needs a value"
+            *err = c == ':' ? std::string(bad) + " needs a value"
                                       : std::string("unknown or incomplete option '") + bad + "'";
             return false;
         }
         }
     }
     for (int i = optind; i < argc; ++i) o.positional.push_back(args[i]); // permuted: options first
-    (void)size_given;
     if (o.help || o.version) {
         *opt = o;
         return true;
@@ -891,7 +888,7 @@ bool dump_pictures(const std::string &dir, HdrContext *ctx, const HdrMergeStatus
         *err = dir + ": cannot create: " + strerror(errno);
         return false;
     }
-    const int W = before[AE_IDX].width, H = before[AE_IDX].height;
+    const int W = before[AE_IDX].width;
     static const char *const name[3] = {"he", "le", "ae"};
     if (s.registered && s.width) {
         // Crop origins as the registration derives them: the overlap starts
@@ -932,7 +929,6 @@ bool dump_pictures(const std::string &dir, HdrContext *ctx, const HdrMergeStatus
     for (int y = 0; y < ref.height; ++y)
         memcpy(&both.rgb[((size_t)y * both.width + out.width + 16) * 3], &ref.rgb[(size_t)y * ref.width * 3],
                (size_t)ref.width * 3);
-    (void)H;
     return varo_io::write_png(dir + "/result_beside_reference.png", both, err);
 }
 
@@ -1067,7 +1063,6 @@ int run_batch(const Options &opt) {
             }
             if (!rep.error.empty()) codes[i] = EXIT_FAILED;
             else {
-                std::string e;
                 FILE *f = fopen((opt.out_dir + "/" + names[i] + ".json").c_str(), "w");
                 if (f) {
                     fputs(report_json(rep).c_str(), f);
