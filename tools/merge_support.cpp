@@ -1025,7 +1025,6 @@ int run_batch(const Options &opt) {
     }
     const std::vector<std::string> names = list_dir(opt.batch_dir, true);
     std::vector<Report> reports(names.size());
-    std::vector<int> codes(names.size(), EXIT_FAILED);
     std::atomic<size_t> next{0};
     std::atomic<int> done{0};
     std::mutex print;
@@ -1058,11 +1057,10 @@ int run_batch(const Options &opt) {
                     rep.error = "neither meta.json nor three images (" + std::to_string(o.positional.size()) + " found)";
                 } else {
                     Inputs in;
-                    codes[i] = merge_one(o, ctx, &rep, &in);
+                    merge_one(o, ctx, &rep, &in); // the report carries the outcome
                 }
             }
-            if (!rep.error.empty()) codes[i] = EXIT_FAILED;
-            else {
+            if (rep.error.empty()) {
                 FILE *f = fopen((opt.out_dir + "/" + names[i] + ".json").c_str(), "w");
                 if (f) {
                     fputs(report_json(rep).c_str(), f);
