@@ -48,9 +48,9 @@ struct ToolRun {
     std::string out;
 };
 
-ToolRun tool(const std::string &args) {
+ToolRun tool(const std::string &args, const std::string &shell_prefix = "") {
     const std::string log = kDir + "/log.txt";
-    const int st = system((VARO_TOOL " " + args + " > " + log + " 2>&1").c_str());
+    const int st = system((shell_prefix + VARO_TOOL " " + args + " > " + log + " 2>&1").c_str());
     std::ifstream f(log);
     std::stringstream ss;
     ss << f.rdbuf();
@@ -125,7 +125,11 @@ TEST(MergeTool, EndToEnd) {
         EXPECT_EQ(r.rc, e.rc) << e.args << "\n" << r.out;
         EXPECT_NE(r.out.find(e.says), std::string::npos) << e.args << "\n" << r.out;
     }
-    EXPECT_NE(access((kDir + "/never.png").c_str(), F_OK), 0);
+    // A write that fails half-way (a full disk; here a file-size limit) leaves nothing.
+    r = tool(b + " " + c + " " + a + " --out " + kDir + "/never.png", "ulimit -f 64; ");
+    EXPECT_EQ(r.rc, 1) << r.out;
+    EXPECT_NE(r.out.find("write failed"), std::string::npos) << r.out;
+    EXPECT_EQ(system(("ls -A " + kDir + " | grep -q never").c_str()) == 0, false) << "no partial or temporary file";
     EXPECT_TRUE(varo_io::load_image(a, &img, &err)) << "the input named by --out is intact";
 
     // Flat frames cannot be registered: fallback, exit 3 with --strict.
