@@ -43,6 +43,7 @@ bool write_jpeg_file(FILE *f, const RgbImage &img, int quality, const std::vecto
     jpeg_set_defaults(c);
     jpeg_set_quality(c, quality, TRUE);
     c->dct_method = JDCT_ISLOW;
+    c->write_JFIF_header = exif.empty(); // an EXIF file starts with its APP1 block
     jpeg_start_compress(c, TRUE);
     if (!exif.empty() && exif.size() <= 65533)
         jpeg_write_marker(c, JPEG_APP0 + 1, exif.data(), (unsigned)exif.size());
