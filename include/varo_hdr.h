@@ -27,6 +27,14 @@ extern "C" {
 /* Frame indices, used for every per-frame array. */
 enum { HE_IDX = 0, LE_IDX = 1, AE_IDX = 2 };
 
+/* Library version; hdrGetVersion() gives the one actually loaded. */
+#define VARO_HDR_VERSION_MAJOR 0
+#define VARO_HDR_VERSION_MINOR 2
+#define VARO_HDR_VERSION_PATCH 0
+#define VARO_HDR_VERSION_STRING "0.2.0"
+#define VARO_HDR_VERSION_NUMBER \
+    (VARO_HDR_VERSION_MAJOR * 10000 + VARO_HDR_VERSION_MINOR * 100 + VARO_HDR_VERSION_PATCH)
+
 #define VARO_HDR_MAX_WIDTH 4160
 #define VARO_HDR_MAX_HEIGHT 3120
 #define VARO_HDR_MAX_LEVELS 11
@@ -150,6 +158,57 @@ typedef struct HdrContext {
     pthread_t thread[2];
 } HdrContext;
 
+/* -------------------------------------------------------- merge status -- */
+
+/* What the last hdrThreeFrameCore() call on a context did. */
+typedef enum HdrMergeOutcome {
+    HDR_OUTCOME_NONE = 0,          /* no call yet on this context */
+    HDR_OUTCOME_MERGED = 1,        /* fused; no side frame needed ghost masks */
+    HDR_OUTCOME_MERGED_GHOST = 2,  /* fused with motion masks on LE and/or HE */
+    HDR_OUTCOME_FALLBACK = 3,      /* the AE frame was copied out; see HdrFallbackReason */
+    HDR_OUTCOME_NO_HDR_NEEDED = 4, /* returned VARO_HDR_NO_HDR_NEEDED, nothing written */
+    HDR_OUTCOME_REJECTED = 5       /* returned an error code, nothing written */
+} HdrMergeOutcome;
+
+typedef enum HdrFallbackReason {
+    HDR_FALLBACK_NONE = 0,
+    HDR_FALLBACK_REGISTRATION = 1, /* an offset reached the search limit of 63 */
+    HDR_FALLBACK_GHOSTING = 2,     /* the motion masks vetoed the fusion */
+    HDR_FALLBACK_OVERLAP = 3       /* the registered overlap is smaller than 8 x 4 */
+} HdrFallbackReason;
+
+typedef struct HdrMergeStatus {
+    int32_t result;       /* what hdrThreeFrameCore returned */
+    int32_t outcome;      /* HdrMergeOutcome */
+    int32_t reason;       /* HdrFallbackReason, HDR_FALLBACK_NONE unless outcome is FALLBACK */
+    int32_t registered;   /* 1 once both offsets below are this call's */
+    HdrOffset le_offset;  /* shift of LE against AE */
+    HdrOffset he_offset;  /* shift of HE against AE */
+    uint32_t le_error_bits;   /* registration error count of each side frame */
+    uint32_t he_error_bits;
+    uint32_t ghost_threshold; /* error count above which a side frame gets a motion mask */
+    int32_t le_flag;      /* motion flags: the side frame's error exceeded the threshold */
+    int32_t he_flag;
+    int32_t width;        /* working (overlap) size and pyramid levels; 0 on a fallback */
+    int32_t height;       /* decided before the overlap was sized */
+    int32_t levels;
+    int32_t out_x;        /* the output rectangle written into the descriptor */
+    int32_t out_y;
+    int32_t out_width;
+    int32_t out_height;
+    /* 1 when that offset search could not get its scratch block: its offset
+     * is the previous call's on this context and its error count 0. */
+    int32_t le_offset_reused;
+    int32_t he_offset_reused;
+    /* This call's stage times in microseconds, measured on this context
+     * (unlike the process-wide start/end/total_time_N counters). */
+    int64_t registration_us; /* bitmaps, offset searches, shift check */
+    int64_t motion_us;       /* mask reset and motion mask or plain copy */
+    int64_t fusion_us;       /* fusion, or the reference copy */
+    int64_t weights_us;      /* part of fusion_us: the three weight maps */
+    int64_t total_us;        /* the whole call */
+} HdrMergeStatus;
+
 /* --------------------------------------------------------- entry points -- */
 
 VARO_HDR_API int hdrCreateContext(HdrContext **out);
@@ -169,6 +228,17 @@ VARO_HDR_API int hdrDestroyContext(HdrContext *ctx);
  */
 VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in);
 VARO_HDR_API int hdrAbortProcessing(void);
+
+/* Copies the last call's status on ctx into *out (safe from another thread
+ * only between calls).  Returns 0, or VARO_HDR_ERR_INVALID for a null
+ * argument.  A context that has not merged yet reports HDR_OUTCOME_NONE. */
+VARO_HDR_API int hdrGetMergeStatus(const HdrContext *ctx, HdrMergeStatus *out);
+/* Readable names for an outcome and a reason ("merged", "registration failed", ...). */
+VARO_HDR_API const char *hdrOutcomeName(int outcome);
+VARO_HDR_API const char *hdrFallbackReasonName(int reason);
+/* The loaded library's VARO_HDR_VERSION_STRING and VARO_HDR_VERSION_NUMBER. */
+VARO_HDR_API const char *hdrGetVersion(void);
+VARO_HDR_API int hdrGetVersionNumber(void);
 
 VARO_HDR_API void *align_malloc(size_t size, size_t alignment);
 VARO_HDR_API void align_free(void *p);

@@ -5,7 +5,9 @@
 set -euo pipefail
 profile=${1:-test}
 
-pkgs=(g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev)
+# The merge tool's image libraries are needed by both profiles.
+pkgs=(g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libexif-dev
+      libyuv-dev nlohmann-json3-dev)
 if [ "$profile" = test ]; then
   pkgs+=(googletest libsimde-dev libbenchmark-dev
          g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)

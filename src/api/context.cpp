@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "api/merge_status.h"
 #include "api/pool.h"
 #include "common/log.h"
 #include "varo_hdr.h"
@@ -103,14 +104,15 @@ void release_blocks(HdrContext *ctx) {
 
 extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
     HDR_LOG_BEGIN();
-    void *raw = malloc(sizeof(HdrContext) + 128);
+    // The merge status sits behind the public record (see merge_status.h).
+    void *raw = malloc(sizeof(HdrContextBlock) + 128);
     if (!raw) {
         puts("hrd_creat malloc failed 0");
         HDR_LOG_END();
         return VARO_HDR_ERR_NOMEM;
     }
     HdrContext *ctx = (HdrContext *)pool_align(raw, kAlign);
-    memset(ctx, 0, sizeof(*ctx));
+    memset(ctx, 0, sizeof(HdrContextBlock));
     *out = ctx;
 
     const bool complete = for_each_block([ctx](const PoolGroup &g, int f, int l) {

@@ -3,8 +3,9 @@
 #include <math.h>
 #include <string.h>
 
-#include "common/geometry.h"
+#include "api/merge_status.h"
 #include "common/arith.h"
+#include "common/geometry.h"
 #include "common/log.h"
 #include "pipeline/handoff.h"
 #include "varo_hdr.h"
@@ -70,7 +71,13 @@ int abandon_after_thread_failure(HdrContext *ctx, bool started0, bool started1) 
 extern "C" VARO_HDR_API int hdrAbortProcessing(void) { return 0; }
 
 extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
-    if (!descriptor_valid(ctx, in)) return VARO_HDR_ERR_INVALID;
+    const int64_t call_start = status_now_us();
+    if (ctx) *merge_status(ctx) = HdrMergeStatus{};
+    if (!descriptor_valid(ctx, in)) {
+        if (ctx) status_finish(ctx, in, VARO_HDR_ERR_INVALID, HDR_OUTCOME_REJECTED, HDR_FALLBACK_NONE, call_start);
+        return VARO_HDR_ERR_INVALID;
+    }
+    HdrMergeStatus *status = merge_status(ctx);
     const int32_t W = in->width, H = in->height;
 
     total_time_1 = total_time_2 = total_time_3 = total_time_4 = 0;
@@ -89,6 +96,8 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     // the three can never all be negative at once.
     if ((dAH & dLH & dAL) < 0) {
         HDR_LOG("[%s:%d] hdr_mode: no HDR needed ", __func__, __LINE__);
+        status_finish(ctx, in, VARO_HDR_NO_HDR_NEEDED, HDR_OUTCOME_NO_HDR_NEEDED, HDR_FALLBACK_NONE,
+                      call_start);
         return VARO_HDR_NO_HDR_NEEDED;
     }
 
@@ -107,24 +116,41 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     const bool started0 = pthread_create(&ctx->thread[0], &attr, FusionThreadFunc0, ctx) == 0;
     const bool started1 = pthread_create(&ctx->thread[1], &attr, FusionThreadFunc1, ctx) == 0;
     pthread_attr_destroy(&attr);
-    if (!started0 || !started1) return abandon_after_thread_failure(ctx, started0, started1);
+    if (!started0 || !started1) {
+        const int rc = abandon_after_thread_failure(ctx, started0, started1);
+        status_finish(ctx, in, rc, HDR_OUTCOME_REJECTED, HDR_FALLBACK_NONE, call_start);
+        return rc;
+    }
 
     HDR_LOG("[%s:%d] begin ... ", __func__, __LINE__);
 
     start_time_1 = hdr_now_ms();
+    const int64_t reg_start = status_now_us();
     int32_t crop[6];
     const int result = ImageRegistration(ctx, in, crop);
-    if (result != 0) return release_workers(ctx, result);
+    if (result != 0) {
+        status_finish(ctx, in, result, HDR_OUTCOME_REJECTED, HDR_FALLBACK_NONE, call_start);
+        return release_workers(ctx, result);
+    }
+    status->registered = 1;
+    status->le_offset = ctx->le_offset;
+    status->he_offset = ctx->he_offset;
+    status->le_error_bits = (uint32_t)ctx->min_err_bits_le;
+    status->he_error_bits = (uint32_t)ctx->min_err_bits_he;
 
     // An offset at the search limit means the frames did not match.
     if (abs_diff_wrapping(ctx->le_offset.x, 0) == 63 || abs_diff_wrapping(ctx->le_offset.y, 0) == 63 ||
         abs_diff_wrapping(ctx->he_offset.x, 0) == 63 || abs_diff_wrapping(ctx->he_offset.y, 0) == 63) {
         copy_reference(in);
         HDR_LOG("hdr motion over");
-        return release_workers(ctx, 0);
+        status->registration_us = status_now_us() - reg_start;
+        release_workers(ctx, 0);
+        status_finish(ctx, in, 0, HDR_OUTCOME_FALLBACK, HDR_FALLBACK_REGISTRATION, call_start);
+        return 0;
     }
     end_time_1 = hdr_now_ms();
     total_time_1 = end_time_1 - start_time_1;
+    status->registration_us = status_now_us() - reg_start;
 
     int32_t xs = crop[0], ys = crop[1];
     for (int f = 1; f < 3; ++f) {
@@ -139,12 +165,17 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         copy_reference(in);
         HDR_LOG("varo_hdr: working area %d x %d too small, reference frame used\n", ctx->width,
                 ctx->height);
-        return release_workers(ctx, 0);
+        release_workers(ctx, 0);
+        status_finish(ctx, in, 0, HDR_OUTCOME_FALLBACK, HDR_FALLBACK_OVERLAP, call_start);
+        return 0;
     }
 
     const uint32_t smaller = (uint32_t)ctx->width < (uint32_t)ctx->height ? (uint32_t)ctx->width
                                                                           : (uint32_t)ctx->height;
     ctx->levels = cvt_f64_s32(floor(log((double)(float)smaller) / 0.6931471805599453));
+    status->width = ctx->width;
+    status->height = ctx->height;
+    status->levels = ctx->levels;
     HDR_LOG("offset HE (%d, %d), LE (%d, %d), AE (%d, %d), size (%d, %d), level %d\n", crop[0], crop[1],
             crop[2], crop[3], crop[4], crop[5], ctx->width, ctx->height, ctx->levels);
 
@@ -167,8 +198,12 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     ctx->le_flag = (uint32_t)ctx->min_err_bits_le > threshold;
     ctx->he_flag = (uint32_t)ctx->min_err_bits_he > threshold;
     HDR_LOG("le flag %d, he flag %d\n", ctx->le_flag, ctx->he_flag);
+    status->ghost_threshold = threshold;
+    status->le_flag = ctx->le_flag;
+    status->he_flag = ctx->he_flag;
 
     start_time_4 = hdr_now_ms();
+    const int64_t motion_start = status_now_us();
     const size_t plane = (size_t)W * (size_t)H;
     memset(ctx->motion_mask[AE_IDX], 1, plane);
     memset(ctx->motion_mask[LE_IDX], 1, plane);
@@ -191,6 +226,8 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     }
     end_time_4 = hdr_now_ms();
     total_time_4 = end_time_4 - start_time_4;
+    const int64_t fusion_start = status_now_us();
+    status->motion_us = fusion_start - motion_start;
     start_time_5 = hdr_now_ms();
 
     ctx->fusion_skip = m;
@@ -208,6 +245,11 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     }
     end_time_5 = hdr_now_ms();
     total_time_5 = end_time_5 - start_time_5;
+    status->fusion_us = status_now_us() - fusion_start;
+    status_finish(ctx, in, result, m == 1 ? HDR_OUTCOME_FALLBACK
+                                   : (ctx->le_flag || ctx->he_flag) ? HDR_OUTCOME_MERGED_GHOST
+                                                                   : HDR_OUTCOME_MERGED,
+                  m == 1 ? HDR_FALLBACK_GHOSTING : HDR_FALLBACK_NONE, call_start);
     HDR_LOG("[%s:%d] hdr time: ImageRegistration %lld ms, %lld ms, %lld ms, ImageSynthesize %lld ms, "
             "ExposureFusion %lld ms, WeightWellExposed %lld ms",
             __func__, __LINE__, (long long)total_time_1, (long long)total_time_2, (long long)total_time_3,

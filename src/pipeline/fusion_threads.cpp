@@ -2,7 +2,9 @@
 // HE offset search, thread 1 the HE frame's share and the AE bitmaps; they
 // meet the calling thread only through the context's hand-off groups.
 #include "common/log.h"
+#include "api/merge_status.h"
 #include "pipeline/handoff.h"
+#include "registration/offset_search.h"
 #include "varo_hdr.h"
 
 // Pyramid work of one frame after the normalised weights exist.
@@ -37,8 +39,10 @@ extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
         ctx->he_offset.y = 0;
         ctx->min_err_bits_he = 0;
     } else {
-        ctx->min_err_bits_he = (int32_t)OffsetCalc(&ctx->bitmap_pyramid[HE_IDX][0],
-                                                   &ctx->bitmap_pyramid[AE_IDX][0], &ctx->he_offset);
+        bool reused; // published to the caller by the offset hand-off below
+        ctx->min_err_bits_he = (int32_t)offset_search(&ctx->bitmap_pyramid[HE_IDX][0],
+                                                      &ctx->bitmap_pyramid[AE_IDX][0], &ctx->he_offset, &reused);
+        merge_status(ctx)->he_offset_reused = reused;
     }
     const HdrOffset he = ctx->he_offset;
     handoff_signal(&ctx->sync_offset, &ctx->sync_offset.le_done, &ctx->sync_offset.cond_done);

@@ -2,7 +2,9 @@
 // workers build LE's and AE's, then the LE offset here while thread 0 finds
 // HE's, and the crop origins that put matching content at equal coordinates.
 #include "common/log.h"
+#include "api/merge_status.h"
 #include "pipeline/handoff.h"
+#include "registration/offset_search.h"
 #include "varo_hdr.h"
 
 static inline int32_t min3_with_zero(int32_t a, int32_t b) {
@@ -27,7 +29,10 @@ extern "C" VARO_HDR_API int ImageRegistration(HdrContext *ctx, HdrInput *in, int
         ctx->le_offset.x = 0;
         ctx->le_offset.y = 0;
     } else {
-        err = OffsetCalc(&ctx->bitmap_pyramid[LE_IDX][0], &ctx->bitmap_pyramid[AE_IDX][0], &ctx->le_offset);
+        bool reused;
+        err = offset_search(&ctx->bitmap_pyramid[LE_IDX][0], &ctx->bitmap_pyramid[AE_IDX][0],
+                            &ctx->le_offset, &reused);
+        merge_status(ctx)->le_offset_reused = reused;
     }
     ctx->min_err_bits_le = (int32_t)err;
     handoff_wait(&ctx->sync_offset, &ctx->sync_offset.le_done, &ctx->sync_offset.cond_done);

@@ -3,6 +3,7 @@
 
 #include "common/dsp.h"
 #include "common/log.h"
+#include "registration/offset_search.h"
 #include "varo_hdr.h"
 
 #define B2(n) n, n + 1, n + 1, n + 2
@@ -35,13 +36,14 @@ uint32_t candidate_error(const RegDsp &dsp, const HdrBitmapLevel &fixed,
 
 } // namespace
 
-extern "C" VARO_HDR_API uint32_t OffsetCalc(const HdrBitmapLevel *fixed_pyramid,
-                                            const HdrBitmapLevel *moving_pyramid,
-                                            HdrOffset *offset_out) {
+uint32_t offset_search(const HdrBitmapLevel *fixed_pyramid, const HdrBitmapLevel *moving_pyramid,
+                       HdrOffset *offset_out, bool *scratch_failed) {
+    *scratch_failed = false;
     const size_t map_words = (size_t)moving_pyramid[0].width_words * moving_pyramid[0].rows;
     uint32_t *scratch = (uint32_t *)align_malloc(16 + 8 * map_words, 64);
     if (!scratch) {
         puts("malloc failed");
+        *scratch_failed = true;
         return 0;
     }
     const RegDsp &dsp = hdr_dsp()->reg;
@@ -66,10 +68,17 @@ extern "C" VARO_HDR_API uint32_t OffsetCalc(const HdrBitmapLevel *fixed_pyramid,
                     half ^= 1;
                 }
             }
-        HDR_LOG("offset: (%d, %d) , min_err_bits %d\n", x, y, min_err_bits);
+        HDR_LOG_AS("OffsetCalc", "offset: (%d, %d) , min_err_bits %d\n", x, y, min_err_bits);
     }
     offset_out->x = x;
     offset_out->y = y;
     align_free(scratch);
     return min_err_bits;
+}
+
+extern "C" VARO_HDR_API uint32_t OffsetCalc(const HdrBitmapLevel *fixed_pyramid,
+                                            const HdrBitmapLevel *moving_pyramid,
+                                            HdrOffset *offset_out) {
+    bool scratch_failed;
+    return offset_search(fixed_pyramid, moving_pyramid, offset_out, &scratch_failed);
 }

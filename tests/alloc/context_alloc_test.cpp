@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "alloc/alloc_hook.h"
+#include "api/merge_status.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -47,7 +48,7 @@ TEST(ContextAllocation, RequestsAndTotal) {
     ASSERT_EQ(req.size(), 127u);
     size_t total = 0;
     for (size_t k = 1; k < req.size(); ++k) total += req[k].size;
-    EXPECT_EQ(req[0].size, sizeof(HdrContext) + 128);
+    EXPECT_EQ(req[0].size, sizeof(HdrContextBlock) + 128); // merge status behind the record
     EXPECT_EQ(total + 1208 + 128, 429900112u);
     EXPECT_EQ(hdrDestroyContext(ctx), 0);
     EXPECT_EQ(alloc_hook_live(), 0u);

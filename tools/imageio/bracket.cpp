@@ -3,150 +3,15 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <map>
 #include <memory>
+
+#include <nlohmann/json.hpp>
 
 #include "imageio.h"
 
 namespace varo_io {
 
 namespace {
-
-// ------------------------------------------------------------- JSON --
-// Enough JSON for meta.json: the full grammar, values kept as a tree, no
-// unicode escapes beyond passing \uXXXX through as '?'.
-struct Json {
-    enum Type { NUL, BOOL, NUMBER, STRING, ARRAY, OBJECT } type = NUL;
-    bool b = false;
-    double num = 0.0;
-    std::string str;
-    std::vector<Json> items;
-    std::map<std::string, Json> members;
-
-    const Json *get(const char *key) const {
-        if (type != OBJECT) return nullptr;
-        auto it = members.find(key);
-        return it == members.end() ? nullptr : &it->second;
-    }
-};
-
-class JsonParser {
-  public:
-    explicit JsonParser(const std::string &text) : s_(text) {}
-
-    bool parse(Json *out, std::string *err) {
-        if (!value(out, 0)) {
-            *err = "JSON syntax error near byte " + std::to_string(pos_);
-            return false;
-        }
-        skip();
-        if (pos_ != s_.size()) {
-            *err = "trailing data after JSON at byte " + std::to_string(pos_);
-            return false;
-        }
-        return true;
-    }
-
-  private:
-    const std::string &s_;
-    size_t pos_ = 0;
-
-    void skip() {
-        while (pos_ < s_.size() && strchr(" \t\r\n", s_[pos_])) ++pos_;
-    }
-    bool literal(const char *word) {
-        const size_t n = strlen(word);
-        if (s_.compare(pos_, n, word) != 0) return false;
-        pos_ += n;
-        return true;
-    }
-    bool string(std::string *out) {
-        if (pos_ >= s_.size() || s_[pos_] != '"') return false;
-        ++pos_;
-        while (pos_ < s_.size() && s_[pos_] != '"') {
-            char c = s_[pos_++];
-            if (c == '\\') {
-                if (pos_ >= s_.size()) return false;
-                c = s_[pos_++];
-                switch (c) {
-                case 'n': c = '\n'; break;
-                case 't': c = '\t'; break;
-                case 'r': c = '\r'; break;
-                case 'b': c = '\b'; break;
-                case 'f': c = '\f'; break;
-                case 'u':
-                    if (pos_ + 4 > s_.size()) return false;
-                    pos_ += 4;
-                    c = '?';
-                    break;
-                default: break; // \" \\ \/
-                }
-            }
-            out->push_back(c);
-        }
-        if (pos_ >= s_.size()) return false;
-        ++pos_;
-        return true;
-    }
-    bool value(Json *v, int depth) {
-        if (depth > 64) return false;
-        skip();
-        if (pos_ >= s_.size()) return false;
-        const char c = s_[pos_];
-        if (c == '{') {
-            v->type = Json::OBJECT;
-            ++pos_;
-            skip();
-            if (pos_ < s_.size() && s_[pos_] == '}') return ++pos_, true;
-            for (;;) {
-                std::string key;
-                skip();
-                if (!string(&key)) return false;
-                skip();
-                if (pos_ >= s_.size() || s_[pos_++] != ':') return false;
-                if (!value(&v->members[key], depth + 1)) return false;
-                skip();
-                if (pos_ >= s_.size()) return false;
-                if (s_[pos_] == ',') {
-                    ++pos_;
-                    continue;
-                }
-                return s_[pos_++] == '}';
-            }
-        }
-        if (c == '[') {
-            v->type = Json::ARRAY;
-            ++pos_;
-            skip();
-            if (pos_ < s_.size() && s_[pos_] == ']') return ++pos_, true;
-            for (;;) {
-                v->items.emplace_back();
-                if (!value(&v->items.back(), depth + 1)) return false;
-                skip();
-                if (pos_ >= s_.size()) return false;
-                if (s_[pos_] == ',') {
-                    ++pos_;
-                    continue;
-                }
-                return s_[pos_++] == ']';
-            }
-        }
-        if (c == '"') {
-            v->type = Json::STRING;
-            return string(&v->str);
-        }
-        if (literal("null")) return v->type = Json::NUL, true;
-        if (literal("true")) return v->type = Json::BOOL, v->b = true, true;
-        if (literal("false")) return v->type = Json::BOOL, v->b = false, true;
-        const char *start = s_.c_str() + pos_;
-        char *end = nullptr;
-        v->num = strtod(start, &end);
-        if (end == start) return false;
-        v->type = Json::NUMBER;
-        pos_ += (size_t)(end - start);
-        return true;
-    }
-};
 
 bool read_text(const std::string &path, std::string *out, std::string *err) {
     FILE *f = fopen(path.c_str(), "rb");
@@ -162,17 +27,25 @@ bool read_text(const std::string &path, std::string *out, std::string *err) {
     return true;
 }
 
+using Json = nlohmann::json;
+
+// Null when any key along the way is missing.
 const Json *path_get(const Json &root, std::initializer_list<const char *> keys) {
     const Json *v = &root;
-    for (const char *k : keys)
-        if (!(v = v->get(k))) return nullptr;
+    for (const char *k : keys) {
+        if (!v->is_object()) return nullptr;
+        auto it = v->find(k);
+        if (it == v->end()) return nullptr;
+        v = &*it;
+    }
     return v;
 }
 
 bool get_int(const Json *v, double lo, double hi, int64_t *out) {
-    if (!v || v->type != Json::NUMBER || v->num != floor(v->num) || v->num < lo || v->num > hi)
-        return false;
-    *out = (int64_t)v->num;
+    if (!v || !v->is_number()) return false;
+    const double d = v->get<double>();
+    if (d != floor(d) || d < lo || d > hi) return false;
+    *out = (int64_t)d;
     return true;
 }
 
@@ -231,16 +104,16 @@ RgbImage develop_bayer(const std::vector<uint8_t> &mosaic, int width, int height
 
 // -------------------------------------------------------- bracket sets --
 bool load_bracket_set(const std::string &dir, BracketSet *out, std::string *err) {
-    std::string text, e;
+    std::string text;
     const std::string meta_path = dir + "/meta.json";
     if (!read_text(meta_path, &text, err)) return false;
-    Json root;
-    if (!JsonParser(text).parse(&root, &e)) {
-        *err = meta_path + ": " + e;
+    const Json root = Json::parse(text, nullptr, false); // no exceptions: discarded on error
+    if (root.is_discarded() || !root.is_object()) {
+        *err = meta_path + ": not valid JSON";
         return false;
     }
     BracketSet set;
-    if (const Json *n = root.get("name"); n && n->type == Json::STRING) set.name = n->str;
+    if (const Json *n = path_get(root, {"name"}); n && n->is_string()) set.name = n->get<std::string>();
     int64_t w = 0, h = 0;
     if (!get_int(path_get(root, {"image_size", "width"}), 2, 1 << 16, &w) ||
         !get_int(path_get(root, {"image_size", "height"}), 2, 1 << 16, &h)) {
@@ -250,55 +123,56 @@ bool load_bracket_set(const std::string &dir, BracketSet *out, std::string *err)
     set.width = (int)w;
     set.height = (int)h;
 
-    if (const Json *bayer = root.get("bayer")) {
+    if (const Json *bayer = path_get(root, {"bayer"})) {
         BayerParams &bp = set.bayer;
         bp.present = true;
         int64_t v;
-        if (get_int(bayer->get("black_level"), 0, 254, &v)) bp.black_level = (int)v;
-        if (get_int(bayer->get("white_level"), 1, 255, &v)) bp.white_level = (int)v;
-        const Json *g = bayer->get("wb_gains_bgr");
+        if (get_int(path_get(*bayer, {"black_level"}), 0, 254, &v)) bp.black_level = (int)v;
+        if (get_int(path_get(*bayer, {"white_level"}), 1, 255, &v)) bp.white_level = (int)v;
+        const Json *g = path_get(*bayer, {"wb_gains_bgr"});
         if (g) {
-            if (g->type != Json::ARRAY || g->items.size() != 3) {
+            if (!g->is_array() || g->size() != 3) {
                 *err = meta_path + ": bayer.wb_gains_bgr must hold three numbers";
                 return false;
             }
             for (int i = 0; i < 3; ++i) {
-                if (g->items[i].type != Json::NUMBER || !(g->items[i].num > 0)) {
+                if (!(*g)[i].is_number() || !((*g)[i].get<double>() > 0)) {
                     *err = meta_path + ": bad bayer.wb_gains_bgr";
                     return false;
                 }
-                bp.wb_gains_bgr[i] = g->items[i].num;
+                bp.wb_gains_bgr[i] = (*g)[i].get<double>();
             }
         }
-        const Json *gamma = bayer->get("gamma");
-        bp.srgb = gamma && gamma->type == Json::STRING && gamma->str == "srgb";
+        const Json *gamma = path_get(*bayer, {"gamma"});
+        bp.srgb = gamma && gamma->is_string() && gamma->get<std::string>() == "srgb";
     }
 
     static const char *const roles[3] = {"he", "le", "ae"}; // BRACKET_HE, _LE, _AE
     for (int f = 0; f < 3; ++f) {
         const Json *fr = path_get(root, {"frames", roles[f]});
-        const Json *file = fr ? fr->get("file") : nullptr;
+        const Json *file_json = fr ? path_get(*fr, {"file"}) : nullptr;
+        const std::string file_name = file_json && file_json->is_string() ? file_json->get<std::string>() : "";
+        const std::string *file = &file_name;
         int64_t units = 0;
-        if (!file || file->type != Json::STRING || file->str.empty() ||
-            file->str.find('/') != std::string::npos) {
+        if (file->empty() || file->find('/') != std::string::npos) {
             *err = meta_path + ": missing or bad frames." + roles[f] + ".file";
             return false;
         }
-        if (!get_int(fr->get("exposure_units_us"), 1, 4294967295.0, &units)) {
+        if (!get_int(path_get(*fr, {"exposure_units_us"}), 1, 4294967295.0, &units)) {
             *err = meta_path + ": missing or bad frames." + roles[f] + ".exposure_units_us";
             return false;
         }
-        set.file[f] = file->str;
+        set.file[f] = *file;
         set.exposure_units[f] = (uint32_t)units;
         RgbImage img;
-        if (!load_image(dir + "/" + file->str, &img, err)) return false;
+        if (!load_image(dir + "/" + *file, &img, err)) return false;
         if (set.bayer.present) {
             // The mosaic was stored as a grey picture: every channel holds it.
             std::vector<uint8_t> mosaic((size_t)img.width * img.height);
             for (size_t i = 0; i < mosaic.size(); ++i) {
                 const uint8_t *px = &img.rgb[3 * i];
                 if (px[0] != px[1] || px[0] != px[2]) {
-                    *err = dir + "/" + file->str + ": Bayer frame is not grey";
+                    *err = dir + "/" + *file + ": Bayer frame is not grey";
                     return false;
                 }
                 mosaic[i] = px[0];
@@ -311,7 +185,7 @@ bool load_bracket_set(const std::string &dir, BracketSet *out, std::string *err)
             img = turn_to(img, (int)orientation);
         }
         if (img.width != set.width || img.height != set.height) {
-            *err = dir + "/" + file->str + ": " + std::to_string(img.width) + "x" +
+            *err = dir + "/" + *file + ": " + std::to_string(img.width) + "x" +
                    std::to_string(img.height) + " does not match image_size " +
                    std::to_string(set.width) + "x" + std::to_string(set.height);
             return false;

@@ -7,6 +7,9 @@
 
 #include <jpeglib.h>
 #include <png.h>
+#include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/scale_argb.h>
 
 namespace varo_io {
 
@@ -41,9 +44,12 @@ void png_error_cb(png_structp png, png_const_charp msg) {
     longjmp(s->jump, 1);
 }
 void png_warning_cb(png_structp, png_const_charp) {}
+// Reading, a warning means the file is not what it claims (a bad CRC, data
+// past the end, a broken chunk): refused like an error.
+void png_read_warning_cb(png_structp png, png_const_charp msg) { png_error_cb(png, msg); }
 
-bool read_png_file(FILE *f, RgbImage *out, std::vector<png_bytep> *rows, PngState *s) {
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, s, png_error_cb, png_warning_cb);
+bool read_png_file(FILE *f, RgbImage *out, std::vector<png_bytep> *rows, PngState *s, ImageMeta *meta) {
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, s, png_error_cb, png_read_warning_cb);
     if (!png) return false;
     png_infop info = png_create_info_struct(png);
     if (!info || setjmp(s->jump)) {
@@ -60,6 +66,9 @@ bool read_png_file(FILE *f, RgbImage *out, std::vector<png_bytep> *rows, PngStat
     if (color == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
     if (color == PNG_COLOR_TYPE_GRAY && depth < 8) png_set_expand_gray_1_2_4_to_8(png);
     if (depth == 16) png_set_scale_16(png);
+    if (meta && depth == 16) meta->notes.push_back("16-bit samples reduced to 8-bit");
+    if (meta && (color & PNG_COLOR_MASK_ALPHA || png_get_valid(png, info, PNG_INFO_tRNS)))
+        meta->notes.push_back("alpha channel dropped");
     if (color == PNG_COLOR_TYPE_GRAY || color == PNG_COLOR_TYPE_GRAY_ALPHA) png_set_gray_to_rgb(png);
     // Transparency is dropped, not composited: the colour samples are kept.
     png_set_strip_alpha(png);
@@ -113,18 +122,30 @@ void jpeg_error_cb(j_common_ptr cinfo) {
     longjmp(e->jump, 1);
 }
 void jpeg_message_cb(j_common_ptr) {}
+// Level -1 is a warning: corrupt data, a premature end of file.  libjpeg
+// would carry on and fill the rest with grey; refuse the file instead.
+void jpeg_emit_cb(j_common_ptr cinfo, int level) {
+    if (level < 0) jpeg_error_cb(cinfo);
+}
 
-bool read_jpeg_file(FILE *f, RgbImage *out, jpeg_decompress_struct *cinfo, JpegError *e) {
+bool read_jpeg_file(FILE *f, RgbImage *out, jpeg_decompress_struct *cinfo, JpegError *e,
+                    ImageMeta *meta) {
     cinfo->err = jpeg_std_error(&e->mgr);
     e->mgr.error_exit = jpeg_error_cb;
     e->mgr.output_message = jpeg_message_cb;
+    e->mgr.emit_message = jpeg_emit_cb;
     if (setjmp(e->jump)) {
         jpeg_destroy_decompress(cinfo);
         return false;
     }
     jpeg_create_decompress(cinfo);
     jpeg_stdio_src(cinfo, f);
+    if (meta) jpeg_save_markers(cinfo, JPEG_APP0 + 1, 0xffff);
     jpeg_read_header(cinfo, TRUE);
+    if (meta)
+        for (jpeg_saved_marker_ptr m = cinfo->marker_list; m; m = m->next)
+            if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && !memcmp(m->data, "Exif\0\0", 6))
+                meta->exif.assign(m->data, m->data + m->data_length);
     if (cinfo->num_components != 1 && cinfo->num_components != 3) {
         snprintf(e->message, sizeof e->message, "unsupported JPEG with %d components",
                  cinfo->num_components);
@@ -166,7 +187,7 @@ Nv12Image make_nv12(int width, int height) {
     return img;
 }
 
-bool load_png(const std::string &path, RgbImage *out, std::string *err) {
+bool load_png(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta) {
     File f(path, "rb");
     if (!f.f) {
         set_err(err, path + ": cannot open: " + strerror(errno));
@@ -176,7 +197,7 @@ bool load_png(const std::string &path, RgbImage *out, std::string *err) {
     s.message[0] = 0;
     std::vector<png_bytep> rows;
     RgbImage img;
-    if (!read_png_file(f.f, &img, &rows, &s)) {
+    if (!read_png_file(f.f, &img, &rows, &s, meta)) {
         set_err(err, path + ": bad PNG: " + (s.message[0] ? s.message : "out of memory"));
         return false;
     }
@@ -184,7 +205,7 @@ bool load_png(const std::string &path, RgbImage *out, std::string *err) {
     return true;
 }
 
-bool load_jpeg(const std::string &path, RgbImage *out, std::string *err) {
+bool load_jpeg(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta) {
     File f(path, "rb");
     if (!f.f) {
         set_err(err, path + ": cannot open: " + strerror(errno));
@@ -194,7 +215,7 @@ bool load_jpeg(const std::string &path, RgbImage *out, std::string *err) {
     JpegError e;
     e.message[0] = 0;
     RgbImage img;
-    if (!read_jpeg_file(f.f, &img, &cinfo, &e)) {
+    if (!read_jpeg_file(f.f, &img, &cinfo, &e, meta)) {
         set_err(err, path + ": bad JPEG: " + e.message);
         return false;
     }
@@ -202,7 +223,7 @@ bool load_jpeg(const std::string &path, RgbImage *out, std::string *err) {
     return true;
 }
 
-bool load_image(const std::string &path, RgbImage *out, std::string *err) {
+bool load_image(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta) {
     unsigned char sig[8] = {0};
     {
         File f(path, "rb");
@@ -215,8 +236,8 @@ bool load_image(const std::string &path, RgbImage *out, std::string *err) {
             return false;
         }
     }
-    if (png_sig_cmp(sig, 0, 8) == 0) return load_png(path, out, err);
-    if (sig[0] == 0xFF && sig[1] == 0xD8) return load_jpeg(path, out, err);
+    if (png_sig_cmp(sig, 0, 8) == 0) return load_png(path, out, err, meta);
+    if (sig[0] == 0xFF && sig[1] == 0xD8) return load_jpeg(path, out, err, meta);
     set_err(err, path + ": neither PNG nor JPEG");
     return false;
 }
@@ -375,46 +396,17 @@ RgbImage crop(const RgbImage &img, int x, int y, int w, int h) {
     return out;
 }
 
-namespace {
-// Source position of each destination sample in 1/256 pixel, centres aligned:
-// s = (d + 0.5) * src / dst - 0.5, clamped to the image.
-struct Tap {
-    int i0, i1, f;
-};
-std::vector<Tap> taps(int src, int dst) {
-    std::vector<Tap> t((size_t)dst);
-    for (int d = 0; d < dst; ++d) {
-        int64_t p = ((int64_t)(2 * d + 1) * src * 256) / (2 * (int64_t)dst) - 128;
-        if (p < 0) p = 0;
-        if (p > (int64_t)(src - 1) * 256) p = (int64_t)(src - 1) * 256;
-        t[d].i0 = (int)(p >> 8);
-        t[d].f = (int)(p & 255);
-        t[d].i1 = t[d].i0 + 1 < src ? t[d].i0 + 1 : src - 1;
-    }
-    return t;
-}
-} // namespace
-
+// libyuv works on 4-byte pixels; "RAW" is its name for R, G, B byte order.
 RgbImage resize_bilinear(const RgbImage &img, int width, int height) {
     if (width <= 0 || height <= 0 || img.width <= 0 || img.height <= 0) return RgbImage();
     if (width == img.width && height == img.height) return img;
+    std::vector<uint8_t> src((size_t)img.width * img.height * 4), dst((size_t)width * height * 4);
+    libyuv::RAWToARGB(img.rgb.data(), img.width * 3, src.data(), img.width * 4, img.width, img.height);
+    // Box filtering when shrinking, bilinear when enlarging.
+    libyuv::ARGBScale(src.data(), img.width * 4, img.width, img.height, dst.data(), width * 4, width,
+                      height, libyuv::kFilterBox);
     RgbImage out = make_rgb(width, height);
-    const std::vector<Tap> tx = taps(img.width, width), ty = taps(img.height, height);
-    const int sp = img.width * 3;
-    for (int y = 0; y < height; ++y) {
-        const uint8_t *a = img.rgb.data() + (size_t)ty[y].i0 * sp;
-        const uint8_t *b = img.rgb.data() + (size_t)ty[y].i1 * sp;
-        const int fy = ty[y].f;
-        uint8_t *o = out.rgb.data() + (size_t)y * width * 3;
-        for (int x = 0; x < width; ++x) {
-            const int x0 = tx[x].i0 * 3, x1 = tx[x].i1 * 3, fx = tx[x].f;
-            for (int c = 0; c < 3; ++c) {
-                const int top = a[x0 + c] * (256 - fx) + a[x1 + c] * fx;
-                const int bot = b[x0 + c] * (256 - fx) + b[x1 + c] * fx;
-                o[3 * x + c] = (uint8_t)((top * (256 - fy) + bot * fy + 32768) >> 16);
-            }
-        }
-    }
+    libyuv::ARGBToRAW(dst.data(), width * 4, out.rgb.data(), width * 3, width, height);
     return out;
 }
 

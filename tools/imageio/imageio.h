@@ -31,12 +31,37 @@ RgbImage make_rgb(int width, int height);
 Nv12Image make_nv12(int width, int height); // width and height must be even
 
 // ------------------------------------------------------------ files --
+// What loading found besides the pixels: the JPEG's EXIF block (APP1, from
+// "Exif\0\0" on) and the silent changes made on the way to 8-bit RGB.
+struct ImageMeta {
+    std::vector<uint8_t> exif;
+    std::vector<std::string> notes; // e.g. "16-bit samples reduced to 8-bit"
+};
+// Decoder warnings (bad CRC, truncated data, corrupt entropy data) are
+// errors: a damaged file is refused, never half-decoded.
 // PNG of any bit depth and colour type (alpha is dropped, 16-bit rounded to 8).
-bool load_png(const std::string &path, RgbImage *out, std::string *err);
+bool load_png(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta = nullptr);
 // Baseline and progressive JPEG, grey or colour.
-bool load_jpeg(const std::string &path, RgbImage *out, std::string *err);
+bool load_jpeg(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta = nullptr);
 // Chooses PNG or JPEG by the file's signature, not its name.
-bool load_image(const std::string &path, RgbImage *out, std::string *err);
+bool load_image(const std::string &path, RgbImage *out, std::string *err, ImageMeta *meta = nullptr);
+// Baseline JPEG, 4:2:0, quality 1..100, with an EXIF block when one is given.
+bool write_jpeg(const std::string &path, const RgbImage &img, int quality,
+                const std::vector<uint8_t> &exif, std::string *err);
+// 8-bit RGB TIFF, deflate-compressed.
+bool write_tiff(const std::string &path, const RgbImage &img, std::string *err);
+
+// ------------------------------------------------------------ EXIF --
+struct ExifInfo {
+    double exposure_time = 0; // seconds; 0 when absent
+    double f_number = 0;      // 0 when absent
+    double iso = 0;           // 0 when absent
+    int orientation = 1;      // 1..8 as stored
+};
+bool parse_exif(const std::vector<uint8_t> &app1, ExifInfo *out);
+// The block to write beside pixels now shown upright: orientation 1, the new
+// pixel size, no thumbnail (it would be the old orientation).
+std::vector<uint8_t> exif_for_upright(const std::vector<uint8_t> &app1, int width, int height);
 bool write_png(const std::string &path, const RgbImage &img, std::string *err);
 // Grey PNG from one plane with the given pitch.
 bool write_png_grey(const std::string &path, const uint8_t *plane, int width, int height,
@@ -64,10 +89,12 @@ RgbImage nv12_planes_to_rgb(const uint8_t *luma, const uint8_t *chroma, int pitc
 // that a later NV12 conversion keeps the chroma siting.  Returns an empty
 // image when the rectangle does not fit.
 RgbImage crop(const RgbImage &img, int x, int y, int w, int h);
-// Bilinear resampling with pixel centres aligned, 8-bit fixed-point weights.
+// Resampling through libyuv (box filter when shrinking).
 RgbImage resize_bilinear(const RgbImage &img, int width, int height);
 // Quarter turn; clockwise or counter-clockwise.
 RgbImage rotate90(const RgbImage &img, bool clockwise);
+// The stored picture as it is meant to be seen under EXIF orientation 1..8.
+RgbImage orient_upright(const RgbImage &img, int orientation);
 
 // --------------------------------------------------------- bracket sets --
 enum { BRACKET_HE = 0, BRACKET_LE = 1, BRACKET_AE = 2 }; // same order as the library's frames

@@ -1,0 +1,49 @@
+// The merge status and version entry points.
+#include "api/merge_status.h"
+
+void status_finish(HdrContext *ctx, const HdrInput *in, int result, HdrMergeOutcome outcome,
+                   HdrFallbackReason reason, int64_t call_start_us) {
+    HdrMergeStatus *s = merge_status(ctx);
+    s->result = result;
+    s->outcome = outcome;
+    s->reason = reason;
+    if (outcome == HDR_OUTCOME_MERGED || outcome == HDR_OUTCOME_MERGED_GHOST ||
+        outcome == HDR_OUTCOME_FALLBACK) {
+        s->out_x = in->out_x;
+        s->out_y = in->out_y;
+        s->out_width = in->out_width;
+        s->out_height = in->out_height;
+    }
+    s->total_us = status_now_us() - call_start_us;
+}
+
+extern "C" VARO_HDR_API int hdrGetMergeStatus(const HdrContext *ctx, HdrMergeStatus *out) {
+    if (!ctx || !out) return VARO_HDR_ERR_INVALID;
+    *out = reinterpret_cast<const HdrContextBlock *>(ctx)->status;
+    return VARO_HDR_OK;
+}
+
+extern "C" VARO_HDR_API const char *hdrOutcomeName(int outcome) {
+    switch (outcome) {
+    case HDR_OUTCOME_NONE: return "none";
+    case HDR_OUTCOME_MERGED: return "merged";
+    case HDR_OUTCOME_MERGED_GHOST: return "merged with ghost masks";
+    case HDR_OUTCOME_FALLBACK: return "fallback";
+    case HDR_OUTCOME_NO_HDR_NEEDED: return "no HDR needed";
+    case HDR_OUTCOME_REJECTED: return "rejected";
+    default: return "unknown";
+    }
+}
+
+extern "C" VARO_HDR_API const char *hdrFallbackReasonName(int reason) {
+    switch (reason) {
+    case HDR_FALLBACK_NONE: return "";
+    case HDR_FALLBACK_REGISTRATION: return "registration failed";
+    case HDR_FALLBACK_GHOSTING: return "ghosting too strong";
+    case HDR_FALLBACK_OVERLAP: return "overlap too small";
+    default: return "unknown";
+    }
+}
+
+extern "C" VARO_HDR_API const char *hdrGetVersion(void) { return VARO_HDR_VERSION_STRING; }
+extern "C" VARO_HDR_API int hdrGetVersionNumber(void) { return VARO_HDR_VERSION_NUMBER; }
