@@ -178,6 +178,10 @@ typedef enum HdrFallbackReason {
 } HdrFallbackReason;
 
 typedef struct HdrMergeStatus {
+    /* In: sizeof(HdrMergeStatus) as the caller was built with; out: the bytes
+     * filled.  A record from an older, shorter header is filled only as far
+     * as it reaches, so fields are only ever added at the end. */
+    uint32_t struct_size;
     int32_t result;       /* what hdrThreeFrameCore returned */
     int32_t outcome;      /* HdrMergeOutcome */
     int32_t reason;       /* HdrFallbackReason, HDR_FALLBACK_NONE unless outcome is FALLBACK */
@@ -230,8 +234,9 @@ VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in);
 VARO_HDR_API int hdrAbortProcessing(void);
 
 /* Copies the last call's status on ctx into *out (safe from another thread
- * only between calls).  Returns 0, or VARO_HDR_ERR_INVALID for a null
- * argument.  A context that has not merged yet reports HDR_OUTCOME_NONE. */
+ * only between calls).  Set out->struct_size first.  Returns 0, or
+ * VARO_HDR_ERR_INVALID for a null argument or a struct_size below 8.  A context
+ * that has not merged yet reports HDR_OUTCOME_NONE. */
 VARO_HDR_API int hdrGetMergeStatus(const HdrContext *ctx, HdrMergeStatus *out);
 /* Readable names for an outcome and a reason ("merged", "registration failed", ...). */
 VARO_HDR_API const char *hdrOutcomeName(int outcome);

@@ -972,6 +972,7 @@ int merge_one(const Options &opt, HdrContext *ctx, Report *rep, Inputs *in) {
     rep->convert_ms = now_ms() - t;
 
     rep->rc = hdrThreeFrameCore(ctx, &desc);
+    rep->status.struct_size = sizeof rep->status;
     hdrGetMergeStatus(ctx, &rep->status);
     if (rep->rc != VARO_HDR_OK)
         return fail(std::string("the merge returned ") + std::to_string(rep->rc) + " (" +

@@ -1,6 +1,8 @@
 // The merge status and version entry points.
 #include "api/merge_status.h"
 
+#include <string.h>
+
 void status_finish(HdrContext *ctx, const HdrInput *in, int result, HdrMergeOutcome outcome,
                    HdrFallbackReason reason, int64_t call_start_us) {
     HdrMergeStatus *s = merge_status(ctx);
@@ -18,8 +20,10 @@ void status_finish(HdrContext *ctx, const HdrInput *in, int result, HdrMergeOutc
 }
 
 extern "C" VARO_HDR_API int hdrGetMergeStatus(const HdrContext *ctx, HdrMergeStatus *out) {
-    if (!ctx || !out) return VARO_HDR_ERR_INVALID;
-    *out = reinterpret_cast<const HdrContextBlock *>(ctx)->status;
+    if (!ctx || !out || out->struct_size < 8) return VARO_HDR_ERR_INVALID;
+    HdrMergeStatus s = reinterpret_cast<const HdrContextBlock *>(ctx)->status;
+    s.struct_size = out->struct_size < sizeof s ? out->struct_size : (uint32_t)sizeof s;
+    memcpy(out, &s, s.struct_size);
     return VARO_HDR_OK;
 }
 

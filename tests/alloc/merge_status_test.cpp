@@ -29,8 +29,14 @@ TEST(MergeStatus, OutcomeReasonOffsetsAndRectangleOfEveryKindOfCall) {
     HdrContext *ctx = nullptr;
     ASSERT_EQ(hdrCreateContext(&ctx), 0);
     HdrMergeStatus s;
+    memset(&s, 0xab, sizeof s);
+    s.struct_size = 12; // a caller that knows only result and outcome
     ASSERT_EQ(hdrGetMergeStatus(ctx, &s), 0);
-    EXPECT_EQ(s.outcome, HDR_OUTCOME_NONE);
+    EXPECT_EQ(std::vector<int>({(int)s.struct_size, s.outcome, s.reason}),
+              std::vector<int>({12, HDR_OUTCOME_NONE, (int)0xabababab}));
+    s.struct_size = 4;
+    EXPECT_EQ(hdrGetMergeStatus(ctx, &s), VARO_HDR_ERR_INVALID);
+    s.struct_size = sizeof s;
     EXPECT_EQ(hdrGetMergeStatus(nullptr, &s), VARO_HDR_ERR_INVALID);
     EXPECT_EQ(hdrGetMergeStatus(ctx, nullptr), VARO_HDR_ERR_INVALID);
 
@@ -91,6 +97,7 @@ TEST(MergeStatus, OffsetSearchWithoutScratchReusesThePreviousOffset) {
     HdrInput in = first.input();
     ASSERT_EQ(hdrThreeFrameCore(ctx, &in), 0);
     HdrMergeStatus s;
+    s.struct_size = sizeof s;
     hdrGetMergeStatus(ctx, &s);
     EXPECT_EQ(s.le_offset_reused + s.he_offset_reused, 0);
 
