@@ -22,6 +22,7 @@
 # cortex-a7 (armv7, in-order, what low-end phones run) and qemu's default
 # AArch64 core; the counts do not depend on the core model, only on the code.
 #
+# REUSE=1 skips the runs whose counts exist and only redoes the report.
 # Output: the per-pixel table and the per-kernel table (reference vs NEON,
 # paired by kernel-table slot), also kept in build/icount-report.txt.
 set -euo pipefail
@@ -74,6 +75,8 @@ runs=("armv7-neon armv7 sel" "armv7-ref armv7 ref" "armv7-refvec armv7-neonref r
       "aarch64-neon aarch64 sel" "aarch64-ref aarch64 ref")
 for r in "${runs[@]}"; do
   set -- $r
+  # REUSE=1 only redoes the report from the counts of the last run.
+  [ "${REUSE:-0}" = 1 ] && [ -s "$out/$1.m1.txt" ] && continue
   count "$1" "$2" "$3" 0
   count "$1" "$2" "$3" 1
   echo "counted $1" >&2
@@ -96,12 +99,13 @@ def counts(name, merges):
     c = {}
     for line in open(f'{out}/{name}.m{merges}.txt'):
         n, f = line.rstrip('\n').split(' ', 1)
-        c[f] = int(n)
+        if n != 'TOTAL':
+            c[f] = int(n)
     return c
 
 def merge(name):  # one merge: 1-merge run minus 0-merge run, per function
     a, b = counts(name, 1), counts(name, 0)
-    return {f: a[f] - b.get(f, 0) for f in a if f != 'TOTAL' and a[f] - b.get(f, 0) > 0}
+    return {f: a[f] - b.get(f, 0) for f in a if a[f] - b.get(f, 0) > 0}
 
 runs = {n: merge(n) for n in ['armv7-neon', 'armv7-ref', 'armv7-refvec', 'aarch64-neon', 'aarch64-ref']}
 print(f'Executed instructions of one merge at {w}x{h} ({pixels} pixels):')
@@ -123,7 +127,8 @@ def slots(build):
 
 def demangle(names):
     p = subprocess.run(['c++filt'], input='\n'.join(names), capture_output=True, text=True)
-    return [x.split('(')[0].replace('(anonymous namespace)::', '') for x in p.stdout.split('\n')]
+    names = [x.replace('(anonymous namespace)::', '') for x in p.stdout.split('\n')]
+    return [x[5:] if x.startswith('void ') else x for x in (n.split('(')[0] for n in names)]
 
 for arch, neon, ref, refb in [('armv7', 'armv7-neon', 'armv7-refvec', 'armv7-neonref'),
                               ('aarch64', 'aarch64-neon', 'aarch64-ref', 'aarch64')]:

@@ -46,12 +46,17 @@ int main(int argc, char **argv) {
     o.he_dx = 3, o.he_dy = -2, o.le_dx = -1, o.le_dy = 2;
     const TestBracket src = make_bracket(w, h, o);
     int rc = 0;
+    HdrInput last;
+    memset(&last, 0, sizeof last);
     for (int i = 0; i < (merges > 0 ? merges : 1); ++i) {
         TestBracket b = src;
         HdrInput in = b.input();
         if (merges > 0) rc |= hdrThreeFrameCore(ctx, &in);
+        last = in;
     }
     hdrDestroyContext(ctx);
-    printf("%d merge(s) of %dx%d with the %s kernels: rc %d\n", merges, w, h, ref ? "reference" : "selected", rc);
+    // A fused merge's rectangle is the overlap; a fallback's the whole frame.
+    printf("%d merge(s) of %dx%d with the %s kernels: rc %d, output %dx%d at %d,%d\n", merges, w, h,
+           ref ? "reference" : "selected", rc, last.out_width, last.out_height, last.out_x, last.out_y);
     return rc == 0 ? 0 : 1;
 }

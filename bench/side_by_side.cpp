@@ -139,7 +139,7 @@ struct OursResult {
     Stats ms;
     Stats stage[4]; // registration, motion, fusion, weights
     int rc = 0, out_w = 0, out_h = 0;
-    bool fused = false;
+    bool fused = false, le_ghost = false, he_ghost = false;
 };
 
 OursResult run_ours(HdrContext *ctx, const Case &c, int reps) {
@@ -166,6 +166,7 @@ OursResult run_ours(HdrContext *ctx, const Case &c, int reps) {
         st[2].push_back((double)total_time_5), st[3].push_back((double)total_time_6);
         r.out_w = in.out_width, r.out_h = in.out_height;
         r.fused = r.rc == 0 && (in.out_width != c.w || in.out_height != c.h || total_time_6 > 0);
+        r.le_ghost = ctx->le_flag != 0, r.he_ghost = ctx->he_flag != 0;
     }
     r.ms = stats(ms);
     for (int k = 0; k < 4; ++k) r.stage[k] = stats(st[k]);
@@ -269,10 +270,11 @@ int main(int argc, char **argv) {
     for (const Case &c : cases) {
         const Stats bw = triad_gbps(7);
         const OursResult r = run_ours(ctx, c, o.reps);
-        const std::vector<TrafficPass> passes = merge_traffic(c.w, c.h, r.out_w, r.out_h);
+        const std::vector<TrafficPass> passes = merge_traffic(c.w, c.h, r.out_w, r.out_h, r.le_ghost, r.he_ghost);
         const double bytes = traffic_total(passes), floor_ms = bytes / (bw.hi * 1e6);
-        say("\n== %s: %s, rc %d, output %dx%d\n", c.name.c_str(), r.fused ? "fused" : "NOT FUSED (fell back)",
-               r.rc, r.out_w, r.out_h);
+        say("\n== %s: %s, rc %d, output %dx%d, ghost masks %s\n", c.name.c_str(),
+            r.fused ? "fused" : "NOT FUSED (fell back)", r.rc, r.out_w, r.out_h,
+            r.le_ghost && r.he_ghost ? "LE and HE" : r.le_ghost ? "LE" : r.he_ghost ? "HE" : "none");
         say("  ours          %8.1f ms [%.1f..%.1f]\n", r.ms.med, r.ms.lo, r.ms.hi);
         say("  stages (ms)   registration %.0f [%.0f..%.0f], motion %.0f, fusion %.0f [%.0f..%.0f], "
                "weights %.0f\n", r.stage[0].med, r.stage[0].lo, r.stage[0].hi, r.stage[1].med, r.stage[2].med,

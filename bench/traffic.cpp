@@ -4,7 +4,10 @@
 // passes sum to about (three frames each where per frame):
 //   registration   ~2.0 P per frame (histogram and bitmap rows of the centre
 //                  crop, 9 candidate scans per bitmap level and search)
-//   motion masks    3 P set to 1, registered luma copied into 3 bases: 6 P
+//   motion masks    3 P set to 1, registered luma copied into 3 bases: 6 P;
+//                   where ghosts are looked for, the LE pass reads two images
+//                   and updates two masks (6 P), the HE pass three and
+//                   three (9 P)
 //   weights         3 P per frame, normalisation 6 P
 //   weight pyramid  reduce_h + reduce_v: 3.25 P_l per level, 4.3 P per frame
 //   luma Laplacian  reduce_h, reduce_v, expand_h, band_v: 8.5 P_l per level,
@@ -82,13 +85,19 @@ void chroma_laplacian(Acc &a, int w, int h, int n) {
 
 } // namespace
 
-std::vector<TrafficPass> merge_traffic(int in_w, int in_h, int w, int h) {
+std::vector<TrafficPass> merge_traffic(int in_w, int in_h, int w, int h, bool le_ghost, bool he_ghost) {
     Acc a;
     const int levels = (int)floor(log2((double)(w < h ? w : h)));
     const double P = (double)w * h, in_P = (double)in_w * in_h;
     registration(a, in_w, in_h);
     a.add("motion masks set", 0, 3 * in_P);
-    a.add("registered luma copy", 3 * in_P, 3 * in_P);
+    if (le_ghost || he_ghost) {
+        a.add("registered luma copy", 3 * P, 3 * P);
+        if (le_ghost) a.add("motion mask: LE against AE", 2 * P + 2 * P, 2 * P);
+        if (he_ghost) a.add("motion mask: HE against AE", 3 * P + 3 * P, 3 * P);
+    } else {
+        a.add("registered luma copy", 3 * in_P, 3 * in_P); // whole input rows
+    }
     a.add("weights", 3 * 2 * P, 3 * P);
     a.add("weight normalise", 3 * P, 3 * P);
     for (int f = 0; f < 3; ++f) {

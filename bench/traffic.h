@@ -14,7 +14,7 @@ struct TrafficPass {
 };
 
 // Passes of a merge of an in_w x in_h input whose working (overlap) size is
-// w x h, on the path without ghost masks (registered luma copied into the
-// pyramid bases).
-std::vector<TrafficPass> merge_traffic(int in_w, int in_h, int w, int h);
+// w x h; le_ghost / he_ghost: the motion-mask comparisons of that side frame
+// ran (the context's le_flag / he_flag after the merge).
+std::vector<TrafficPass> merge_traffic(int in_w, int in_h, int w, int h, bool le_ghost, bool he_ghost);
 double traffic_total(const std::vector<TrafficPass> &passes);
