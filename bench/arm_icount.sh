@@ -117,8 +117,9 @@ print(f'  armv7 ref+vec / neon: {sum(runs["armv7-refvec"].values()) / sum(runs["
 def slots(build):
     syms = {}
     for line in open(f'{out}/{build}.syms'):
-        a, s = line.split()
-        syms.setdefault(int(a, 16) & ~1, s)
+        f = line.split()
+        if len(f) == 2:
+            syms.setdefault(int(f[0], 16) & ~1, f[1])
     res = []
     for line in open(f'{out}/{build}.slots'):
         i, r, s = line.split()
