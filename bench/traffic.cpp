@@ -3,7 +3,8 @@
 // (row slack) and the few-row borders are left out; per merged pixel P the
 // passes sum to about (three frames each where per frame):
 //   registration   ~2.0 P per frame (histogram and bitmap rows of the centre
-//                  crop, 9 candidate scans per bitmap level and search)
+//                  crop, 9 candidate scans per bitmap level and search), and
+//                  14 MB of bitmap buffers cleared whatever the frame size
 //   motion masks    3 P set to 1, registered luma copied into 3 bases: 6 P;
 //                   where ghosts are looked for, the LE pass reads two images
 //                   and updates two masks (6 P), the HE pass three and
@@ -20,6 +21,8 @@
 #include "traffic.h"
 
 #include <math.h>
+
+#include "varo_hdr.h"
 
 namespace {
 
@@ -40,6 +43,10 @@ struct Acc {
 void registration(Acc &a, int W, int H) {
     const int cw = ((3 * W) >> 8) * 64, ch = ((3 * H) >> 8) * 64;
     for (int f = 0; f < 3; ++f) {
+        for (int L = 0; L < 6; ++L) { // every level's buffer is cleared at its full capacity
+            const double bw = VARO_HDR_MAX_WIDTH >> L, bh = VARO_HDR_MAX_HEIGHT >> L;
+            a.add("registration: bitmap clears", 0, (1024 + 8 * bw) * (5 + ((int)bh >> 5)));
+        }
         a.add("registration: bitmaps", (double)cw * ch, 0); // histograms, on level 0's rows
         for (int L = 0; L < 6; ++L) // every (1 << L)-th row, all of its cache lines
             a.add("registration: bitmaps", (double)cw * (ch >> L), 2.0 * (cw >> L) * (ch >> L) / 8);
