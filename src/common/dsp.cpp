@@ -38,4 +38,9 @@ void hdr_set_cpu_flags_mask(unsigned mask) {
     pthread_once(&g_once, init_active);
     hdr_dsp_init(&g_active, hdr_cpu_flags() & mask);
 }
+
+void hdr_set_dsp_table(const HdrDsp *table) {
+    pthread_once(&g_once, init_active);
+    g_active = *table;
+}
 #endif

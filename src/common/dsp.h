@@ -28,4 +28,7 @@ const HdrDsp *hdr_dsp();
 // for hdr_cpu_flags() & mask, so that tests run whole stages with a lower
 // instruction set (0: the references).  Only while no merge is running.
 void hdr_set_cpu_flags_mask(unsigned mask);
+// Replaces the active table (benchmarks that wrap every kernel in a timer);
+// hdr_set_cpu_flags_mask(~0u) restores the running CPU's.
+void hdr_set_dsp_table(const HdrDsp *table);
 #endif
