@@ -180,15 +180,20 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     if (ctx->le_flag || ctx->he_flag) {
         m = MotionMask(ctx, in);
     } else {
-        // Input-size rows from each crop origin: the rows past the overlap
-        // are never used, but the host's buffers must be readable there.
+        // Input-size rows from each crop origin, as far as the frame's luma
+        // plane holds them: what lies past the overlap is never used, and
+        // nothing past the host's plane is read.
         static const int order[3] = {AE_IDX, LE_IDX, HE_IDX};
         for (int i = 0; i < 3; ++i) {
             const int f = order[i];
             uint8_t *dst = ctx->img_gaussian_pyramid[f][0];
             const uint8_t *src = ctx->aligned[f].luma;
-            for (int32_t r = 0; r < H; ++r)
-                memcpy(dst + (size_t)r * ctx->row_stride[0], src + (size_t)r * W, (size_t)W);
+            size_t left = plane - (size_t)(src - in->frame[f].luma);
+            for (int32_t r = 0; r < H && left > 0; ++r) {
+                const size_t n = left < (size_t)W ? left : (size_t)W;
+                memcpy(dst + (size_t)r * ctx->row_stride[0], src + (size_t)r * W, n);
+                left -= n;
+            }
         }
         m = 0;
     }

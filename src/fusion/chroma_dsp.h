@@ -32,8 +32,9 @@ template <class T> inline void pad_pairs_repeat(T *p, int pairs) {
 }
 
 // Signed working copy of the level-0 plane.  Rows are copied in pairs:
-// ceil2(rows) rows (one past the plane when rows is odd), ceil16(bytes) bytes
-// each, every byte plus 128 modulo 256.  Reads the same extent of src.
+// ceil2(rows) rows (one past the plane when rows is odd), `bytes` bytes each,
+// every byte plus 128 modulo 256.  Reads the same extent of src and nothing
+// more: the source is the host's plane, which may end with its last row.
 typedef void (*chroma_copy_flip_fn)(int8_t *dst, ptrdiff_t dst_stride, const uint8_t *src,
                                     ptrdiff_t src_stride, int bytes, int rows);
 
