@@ -6,6 +6,7 @@
 
 #include "api/pool.h"
 #include "common/log.h"
+#include "pipeline/handoff.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -154,6 +155,7 @@ extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
         ctx->motion_mask[f] = p;
     }
 
+    handoff_create_groups(ctx);
     HDR_LOG_END();
     return VARO_HDR_OK;
 }
@@ -166,6 +168,8 @@ static void free_inner(void *p, size_t inner) {
 
 extern "C" VARO_HDR_API int hdrDestroyContext(HdrContext *ctx) {
     if (!ctx) return VARO_HDR_OK;
+    // A failed creation leaves an all-zero record whose groups were never set up.
+    if (ctx->motion_mask[HE_IDX]) handoff_destroy_groups(ctx);
     for (int f = 2; f >= 0; --f)
         for (int l = VARO_HDR_BITMAP_LEVELS - 1; l >= 0; --l) free_inner(ctx->bitmap_pyramid[f][l].buffer, 0);
     for (int f = 0; f < 3; ++f)

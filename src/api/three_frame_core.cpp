@@ -72,8 +72,9 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     if (!descriptor_valid(ctx, in)) return VARO_HDR_ERR_INVALID;
     const int32_t W = in->width, H = in->height;
 
-    total_time_1 = total_time_2 = total_time_3 = total_time_4 = 0;
-    total_time_5 = total_time_6 = total_time_7 = total_time_8 = 0;
+    int64_t *const totals[8] = {&total_time_1, &total_time_2, &total_time_3, &total_time_4,
+                                &total_time_5, &total_time_6, &total_time_7, &total_time_8};
+    for (int64_t *total : totals) hdr_counter_set(total, 0);
     ctx->reg_mode = 0;
 
     const int32_t pHE = exposure_product(in->exposure[HE_IDX]);
@@ -93,12 +94,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
 
     ctx->fusion_skip = 0;
     ctx->input = in;
-    handoff_init(&ctx->sync_bitmap);
-    handoff_init(&ctx->sync_weight);
-    handoff_init(&ctx->sync_pyramid);
-    handoff_init(&ctx->sync_chroma);
-    handoff_init(&ctx->sync_offset);
-    handoff_init(&ctx->sync_motion);
+    handoff_reset_groups(ctx);
 
     pthread_attr_t attr;
     pthread_attr_init(&attr);
@@ -110,7 +106,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
 
     HDR_LOG("[%s:%d] begin ... ", __func__, __LINE__);
 
-    start_time_1 = hdr_now_ms();
+    const int64_t t_reg = hdr_stage_start(&start_time_1);
     int32_t crop[6];
     const int result = ImageRegistration(ctx, in, crop);
     if (result != 0) return release_workers(ctx, result);
@@ -122,8 +118,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         HDR_LOG("hdr motion over");
         return release_workers(ctx, 0);
     }
-    end_time_1 = hdr_now_ms();
-    total_time_1 = end_time_1 - start_time_1;
+    hdr_stage_end(&end_time_1, &total_time_1, t_reg);
 
     int32_t xs = crop[0], ys = crop[1];
     for (int f = 1; f < 3; ++f) {
@@ -171,7 +166,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     ctx->he_flag = (uint32_t)ctx->min_err_bits_he > threshold;
     HDR_LOG("le flag %d, he flag %d\n", ctx->le_flag, ctx->he_flag);
 
-    start_time_4 = hdr_now_ms();
+    const int64_t t_motion = hdr_stage_start(&start_time_4);
     const size_t plane = (size_t)W * (size_t)H;
     memset(ctx->motion_mask[AE_IDX], 1, plane);
     memset(ctx->motion_mask[LE_IDX], 1, plane);
@@ -197,9 +192,8 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         }
         m = 0;
     }
-    end_time_4 = hdr_now_ms();
-    total_time_4 = end_time_4 - start_time_4;
-    start_time_5 = hdr_now_ms();
+    hdr_stage_end(&end_time_4, &total_time_4, t_motion);
+    const int64_t t_fusion = hdr_stage_start(&start_time_5);
 
     ctx->fusion_skip = m;
     handoff_release(&ctx->sync_motion, &ctx->sync_motion.go, &ctx->sync_motion.cond_go);
@@ -214,11 +208,12 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         in->out_width = ctx->width;
         in->out_height = ctx->height;
     }
-    end_time_5 = hdr_now_ms();
-    total_time_5 = end_time_5 - start_time_5;
+    hdr_stage_end(&end_time_5, &total_time_5, t_fusion);
     HDR_LOG("[%s:%d] hdr time: ImageRegistration %lld ms, %lld ms, %lld ms, ImageSynthesize %lld ms, "
             "ExposureFusion %lld ms, WeightWellExposed %lld ms",
-            __func__, __LINE__, (long long)total_time_1, (long long)total_time_2, (long long)total_time_3,
-            (long long)total_time_4, (long long)total_time_5, (long long)total_time_6);
+            __func__, __LINE__, (long long)hdr_counter_get(&total_time_1),
+            (long long)hdr_counter_get(&total_time_2), (long long)hdr_counter_get(&total_time_3),
+            (long long)hdr_counter_get(&total_time_4), (long long)hdr_counter_get(&total_time_5),
+            (long long)hdr_counter_get(&total_time_6));
     return result;
 }
