@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a profile needs, only those that are missing.
 #   scripts/setup.sh run    native build and the merge tool
-#   scripts/setup.sh test   everything: tests, cross toolchains, qemu, benchmarks
+#   scripts/setup.sh test   everything: tests, cross toolchains, qemu, benchmarks, clang (fuzzing)
 set -euo pipefail
 profile=${1:-test}
 
@@ -10,7 +10,8 @@ pkgs=(g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-de
       libyuv-dev nlohmann-json3-dev)
 if [ "$profile" = test ]; then
   pkgs+=(googletest libsimde-dev libbenchmark-dev
-         g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user)
+         g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
+         clang libclang-rt-14-dev)
 fi
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds for x86-64, armv7 (NEON, tests under
 # qemu-arm on an armv7 core) and AArch64 (qemu-aarch64), plus sanitizer builds
-# on the host, and runs every test.  Exits non-zero on any failure.
+# on the host (ThreadSanitizer, AddressSanitizer, UndefinedBehaviorSanitizer)
+# and the libFuzzer target, and runs every test.  Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh test
@@ -25,5 +26,9 @@ run_target armv7 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/armv7-linux-gnueabihf.c
 run_target aarch64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake || status=1
 run_target tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARO_HDR_SANITIZE=thread -DVARO_HDR_TOOLS=OFF || status=1
 run_target asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARO_HDR_SANITIZE=address -DVARO_HDR_TOOLS=OFF || status=1
+run_target ubsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARO_HDR_SANITIZE=undefined -DVARO_HDR_TOOLS=OFF || status=1
+# libFuzzer (clang): replays tests/fuzz/corpus, then fuzzes the merge for a fixed budget.
+run_target fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DVARO_HDR_SANITIZE=address,undefined -DVARO_HDR_FUZZ=ON -DVARO_HDR_TESTS=OFF -DVARO_HDR_TOOLS=OFF || status=1
 [ $status -eq 0 ] && echo "all targets passed" || echo "some targets FAILED"
 exit $status

@@ -7,6 +7,7 @@
 #include "api/merge_status.h"
 #include "api/pool.h"
 #include "common/log.h"
+#include "pipeline/handoff.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -136,12 +137,15 @@ extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
         for (int l = 0; l < VARO_HDR_BITMAP_LEVELS; ++l)
             ctx->bitmap_pyramid[f][l].buffer_bytes = (uint32_t)(pool_bitmap_bytes(l) + 16);
 
+    handoff_create_groups(ctx);
     HDR_LOG_END();
     return VARO_HDR_OK;
 }
 
 extern "C" VARO_HDR_API int hdrDestroyContext(HdrContext *ctx) {
     if (!ctx) return VARO_HDR_OK;
+    // A failed creation leaves an all-zero record whose groups were never set up.
+    if (ctx->motion_mask[HE_IDX]) handoff_destroy_groups(ctx);
     release_blocks(ctx);
     free(pool_unalign(ctx));
     HDR_LOG_END();

@@ -80,8 +80,9 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     HdrMergeStatus *status = merge_status(ctx);
     const int32_t W = in->width, H = in->height;
 
-    total_time_1 = total_time_2 = total_time_3 = total_time_4 = 0;
-    total_time_5 = total_time_6 = total_time_7 = total_time_8 = 0;
+    int64_t *const totals[8] = {&total_time_1, &total_time_2, &total_time_3, &total_time_4,
+                                &total_time_5, &total_time_6, &total_time_7, &total_time_8};
+    for (int64_t *total : totals) hdr_counter_set(total, 0);
     ctx->reg_mode = 0;
 
     const int32_t pHE = exposure_product(in->exposure[HE_IDX]);
@@ -103,12 +104,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
 
     ctx->fusion_skip = 0;
     ctx->input = in;
-    handoff_init(&ctx->sync_bitmap);
-    handoff_init(&ctx->sync_weight);
-    handoff_init(&ctx->sync_pyramid);
-    handoff_init(&ctx->sync_chroma);
-    handoff_init(&ctx->sync_offset);
-    handoff_init(&ctx->sync_motion);
+    handoff_reset_groups(ctx);
 
     pthread_attr_t attr;
     pthread_attr_init(&attr);
@@ -124,7 +120,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
 
     HDR_LOG("[%s:%d] begin ... ", __func__, __LINE__);
 
-    start_time_1 = hdr_now_ms();
+    const int64_t t_reg = hdr_stage_start(&start_time_1);
     const int64_t reg_start = status_now_us();
     int32_t crop[6];
     const int result = ImageRegistration(ctx, in, crop);
@@ -148,8 +144,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         status_finish(ctx, in, 0, HDR_OUTCOME_FALLBACK, HDR_FALLBACK_REGISTRATION, call_start);
         return 0;
     }
-    end_time_1 = hdr_now_ms();
-    total_time_1 = end_time_1 - start_time_1;
+    hdr_stage_end(&end_time_1, &total_time_1, t_reg);
     status->registration_us = status_now_us() - reg_start;
 
     int32_t xs = crop[0], ys = crop[1];
@@ -202,7 +197,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     status->le_flag = ctx->le_flag;
     status->he_flag = ctx->he_flag;
 
-    start_time_4 = hdr_now_ms();
+    const int64_t t_motion = hdr_stage_start(&start_time_4);
     const int64_t motion_start = status_now_us();
     const size_t plane = (size_t)W * (size_t)H;
     memset(ctx->motion_mask[AE_IDX], 1, plane);
@@ -212,23 +207,27 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     if (ctx->le_flag || ctx->he_flag) {
         m = MotionMask(ctx, in);
     } else {
-        // Input-size rows from each crop origin: the rows past the overlap
-        // are never used, but the host's buffers must be readable there.
+        // Input-size rows from each crop origin, as far as the frame's luma
+        // plane holds them: what lies past the overlap is never used, and
+        // nothing past the host's plane is read.
         static const int order[3] = {AE_IDX, LE_IDX, HE_IDX};
         for (int i = 0; i < 3; ++i) {
             const int f = order[i];
             uint8_t *dst = ctx->img_gaussian_pyramid[f][0];
             const uint8_t *src = ctx->aligned[f].luma;
-            for (int32_t r = 0; r < H; ++r)
-                memcpy(dst + (size_t)r * ctx->row_stride[0], src + (size_t)r * W, (size_t)W);
+            size_t left = plane - (size_t)(src - in->frame[f].luma);
+            for (int32_t r = 0; r < H && left > 0; ++r) {
+                const size_t n = left < (size_t)W ? left : (size_t)W;
+                memcpy(dst + (size_t)r * ctx->row_stride[0], src + (size_t)r * W, n);
+                left -= n;
+            }
         }
         m = 0;
     }
-    end_time_4 = hdr_now_ms();
-    total_time_4 = end_time_4 - start_time_4;
+    hdr_stage_end(&end_time_4, &total_time_4, t_motion);
     const int64_t fusion_start = status_now_us();
     status->motion_us = fusion_start - motion_start;
-    start_time_5 = hdr_now_ms();
+    const int64_t t_fusion = hdr_stage_start(&start_time_5);
 
     ctx->fusion_skip = m;
     handoff_release(&ctx->sync_motion, &ctx->sync_motion.go, &ctx->sync_motion.cond_go);
@@ -243,8 +242,7 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
         in->out_width = ctx->width;
         in->out_height = ctx->height;
     }
-    end_time_5 = hdr_now_ms();
-    total_time_5 = end_time_5 - start_time_5;
+    hdr_stage_end(&end_time_5, &total_time_5, t_fusion);
     status->fusion_us = status_now_us() - fusion_start;
     status_finish(ctx, in, result, m == 1 ? HDR_OUTCOME_FALLBACK
                                    : (ctx->le_flag || ctx->he_flag) ? HDR_OUTCOME_MERGED_GHOST
@@ -252,7 +250,9 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
                   m == 1 ? HDR_FALLBACK_GHOSTING : HDR_FALLBACK_NONE, call_start);
     HDR_LOG("[%s:%d] hdr time: ImageRegistration %lld ms, %lld ms, %lld ms, ImageSynthesize %lld ms, "
             "ExposureFusion %lld ms, WeightWellExposed %lld ms",
-            __func__, __LINE__, (long long)total_time_1, (long long)total_time_2, (long long)total_time_3,
-            (long long)total_time_4, (long long)total_time_5, (long long)total_time_6);
+            __func__, __LINE__, (long long)hdr_counter_get(&total_time_1),
+            (long long)hdr_counter_get(&total_time_2), (long long)hdr_counter_get(&total_time_3),
+            (long long)hdr_counter_get(&total_time_4), (long long)hdr_counter_get(&total_time_5),
+            (long long)hdr_counter_get(&total_time_6));
     return result;
 }

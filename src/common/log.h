@@ -12,9 +12,10 @@ void cam_debug_log(int module, int level, const char *func, int line, const char
 enum { HDR_LOG_MODULE = 6, HDR_LOG_LEVEL = 4, HDR_LOG_ENABLE_INDEX = 46 };
 
 // Gated on the module's enable entry; the format is evaluated only when on.
+// The host may switch the entry while a merge runs: read it atomically.
 #define HDR_LOG_AS(func, fmt, ...)                                                      \
     do {                                                                                \
-        if (g_cam_log[HDR_LOG_ENABLE_INDEX])                                            \
+        if (__atomic_load_n(&g_cam_log[HDR_LOG_ENABLE_INDEX], __ATOMIC_RELAXED))        \
             cam_debug_log(HDR_LOG_MODULE, HDR_LOG_LEVEL, func, __LINE__, fmt, ##__VA_ARGS__); \
     } while (0)
 

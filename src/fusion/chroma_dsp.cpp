@@ -7,12 +7,11 @@
 namespace {
 
 decl_chroma_copy_flip_fn(chroma_copy_flip_c) {
-    const int n = (int)ceil16((unsigned)bytes);
     for (int r = 0; r < rows; r += 2) {
         for (int k = 0; k < 2; ++k) {
             const uint8_t *s = src + (r + k) * src_stride;
             int8_t *d = dst + (r + k) * dst_stride;
-            for (int i = 0; i < n; ++i) d[i] = (int8_t)(uint8_t)(s[i] ^ 0x80);
+            for (int i = 0; i < bytes; ++i) d[i] = (int8_t)(uint8_t)(s[i] ^ 0x80);
         }
     }
 }

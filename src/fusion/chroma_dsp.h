@@ -45,8 +45,9 @@ template <class T> inline void odd_last_pair(int16_t *dst, int dst_pairs, const 
 static inline bool chroma_zero_row(int y, int rows) { return y < 2 || y >= rows - ((rows & 1) ? 3 : 2); }
 
 // Signed working copy of the level-0 plane.  Rows are copied in pairs:
-// ceil2(rows) rows (one past the plane when rows is odd), ceil16(bytes) bytes
-// each, every byte plus 128 modulo 256.  Reads the same extent of src.
+// ceil2(rows) rows (one past the plane when rows is odd), `bytes` bytes each,
+// every byte plus 128 modulo 256.  Reads the same extent of src and nothing
+// more: the source is the host's plane, which may end with its last row.
 #define decl_chroma_copy_flip_fn(name) void (name)(int8_t *dst, ptrdiff_t dst_stride, \
     const uint8_t *src, ptrdiff_t src_stride, int bytes, int rows)
 typedef decl_chroma_copy_flip_fn(*chroma_copy_flip_fn);

@@ -10,15 +10,14 @@
 extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
     const int32_t W = in->width;
 
-    start_time_6 = hdr_now_ms();
+    const int64_t started = hdr_stage_start(&start_time_6);
     const int64_t weights_start = status_now_us();
     handoff_release(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
     WeightWellExposed(ctx, AE_IDX);
     handoff_wait2(&ctx->sync_weight, &ctx->sync_weight.le_done, &ctx->sync_weight.he_done,
                   &ctx->sync_weight.cond_done);
     HDR_LOG("varo_hdr: WeightWellExposed AE_IDX end\n");
-    end_time_6 = hdr_now_ms();
-    total_time_6 = end_time_6 - start_time_6;
+    hdr_stage_end(&end_time_6, &total_time_6, started);
     merge_status(ctx)->weights_us = status_now_us() - weights_start;
 
     // Both workers are parked on the pyramid hand-off while all three

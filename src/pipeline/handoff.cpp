@@ -2,13 +2,41 @@
 
 #include <sys/time.h>
 
-void handoff_init(HdrHandoff *g) {
-    pthread_mutex_init(&g->mutex, nullptr);
-    pthread_cond_init(&g->cond_go, nullptr);
-    pthread_cond_init(&g->cond_done, nullptr);
-    g->go = 0;
-    g->le_done = 0;
-    g->he_done = 0;
+namespace {
+
+// In the order the groups are set up for a merge.
+struct Groups {
+    HdrHandoff *g[6];
+    HdrHandoff **begin() { return g; }
+    HdrHandoff **end() { return g + 6; }
+};
+Groups groups(HdrContext *ctx) {
+    return {{&ctx->sync_bitmap, &ctx->sync_weight, &ctx->sync_pyramid, &ctx->sync_chroma,
+             &ctx->sync_offset, &ctx->sync_motion}};
+}
+
+} // namespace
+
+void handoff_create_groups(HdrContext *ctx) {
+    for (HdrHandoff *h : groups(ctx)) {
+        pthread_mutex_init(&h->mutex, nullptr);
+        pthread_cond_init(&h->cond_go, nullptr);
+        pthread_cond_init(&h->cond_done, nullptr);
+    }
+}
+
+void handoff_destroy_groups(HdrContext *ctx) {
+    for (HdrHandoff *h : groups(ctx)) {
+        pthread_cond_destroy(&h->cond_done);
+        pthread_cond_destroy(&h->cond_go);
+        pthread_mutex_destroy(&h->mutex);
+    }
+}
+
+// The previous merge's workers are gone (the caller waited for their last
+// hand-off), so the flags are written without the mutexes.
+void handoff_reset_groups(HdrContext *ctx) {
+    for (HdrHandoff *h : groups(ctx)) h->go = h->le_done = h->he_done = 0;
 }
 
 void handoff_wait(HdrHandoff *g, const int32_t *flag, pthread_cond_t *cond) {
@@ -53,6 +81,18 @@ int32_t handoff_wait_motion(HdrContext *ctx, int32_t *ack) {
 void handoff_wait_workers_left(HdrContext *ctx) {
     HdrHandoff *g = &ctx->sync_motion;
     handoff_wait2(g, &g->le_done, &g->he_done, &g->cond_done);
+}
+
+int64_t hdr_stage_start(int64_t *start) {
+    const int64_t now = hdr_now_ms();
+    hdr_counter_set(start, now);
+    return now;
+}
+
+void hdr_stage_end(int64_t *end, int64_t *total, int64_t started) {
+    const int64_t now = hdr_now_ms();
+    hdr_counter_set(end, now);
+    hdr_counter_set(total, now - started);
 }
 
 int64_t hdr_now_ms() {

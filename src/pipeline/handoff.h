@@ -7,8 +7,12 @@
 
 #include "varo_hdr.h"
 
-// Mutex, conditions and flags afresh (default attributes).
-void handoff_init(HdrHandoff *g);
+// The six groups' mutexes and conditions (default attributes), once per
+// context at creation, and their release at destruction.
+void handoff_create_groups(HdrContext *ctx);
+void handoff_destroy_groups(HdrContext *ctx);
+// All six groups' flags to 0, at the start of every merge.
+void handoff_reset_groups(HdrContext *ctx);
 
 // Blocks until *flag is set.
 void handoff_wait(HdrHandoff *g, const int32_t *flag, pthread_cond_t *cond);
@@ -32,3 +36,16 @@ void handoff_wait_workers_left(HdrContext *ctx);
 
 // Milliseconds from gettimeofday, as the stage counters keep them.
 int64_t hdr_now_ms();
+
+// The exported stage counters are shared by every context, so contexts
+// merging at once store and load them atomically (relaxed: each counter is
+// a lone value, ordered with nothing else).
+inline void hdr_counter_set(int64_t *counter, int64_t value) {
+    __atomic_store_n(counter, value, __ATOMIC_RELAXED);
+}
+inline int64_t hdr_counter_get(const int64_t *counter) {
+    return __atomic_load_n(counter, __ATOMIC_RELAXED);
+}
+// Stamps a stage's start and returns it; the end stamp sets the total too.
+int64_t hdr_stage_start(int64_t *start);
+void hdr_stage_end(int64_t *end, int64_t *total, int64_t started);

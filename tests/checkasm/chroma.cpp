@@ -25,7 +25,7 @@ CHECKASM_TEST(chroma) {
         for (Level c : CheckasmSizes(2080, 1560, 1, 1)) {
             const int bytes = 2 * c.pairs, span = ((c.rows + 1) & ~1) - 1, sstride = bytes + 8 * checkasm_rand_range(0, 3);
             CheckasmBufs b;
-            const int src = b.u8((size_t)span * sstride + ceil16(bytes), sstride, bytes, c.rows, c.i);
+            const int src = b.u8((size_t)span * sstride + bytes, sstride, bytes, c.rows, c.i);
             const int dst = b.u8((size_t)span * c.stride + ceil16(bytes), c.stride);
             b.run([&](const HdrDsp &d, bool o) {
                 d.chroma.copy_flip(b.p<int8_t>(dst, o), c.stride, b.p<uint8_t>(src, o), sstride, bytes, c.rows);

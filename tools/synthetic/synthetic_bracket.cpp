@@ -18,7 +18,7 @@ uint32_t hash3(int32_t x, int32_t y, uint32_t seed) {
 // Value noise in 0..4095 with lattice spacing 1 << shift (bilinear, integer).
 int32_t noise(int32_t x, int32_t y, int shift, uint32_t seed) {
     int32_t xi = x >> shift, yi = y >> shift;
-    int32_t fx = x - (xi << shift), fy = y - (yi << shift), one = 1 << shift;
+    int32_t one = 1 << shift, fx = x & (one - 1), fy = y & (one - 1);
     int32_t a = hash3(xi, yi, seed) & 4095, b = hash3(xi + 1, yi, seed) & 4095;
     int32_t c = hash3(xi, yi + 1, seed) & 4095, d = hash3(xi + 1, yi + 1, seed) & 4095;
     int64_t top = (int64_t)a * (one - fx) + (int64_t)b * fx;

@@ -8,8 +8,9 @@
 
 #include "varo_hdr.h"
 
-// One frame in one buffer: luma, then chroma, then slack that stays readable
-// past the planes (the merge may read up to 126 rows past the luma plane).
+// One frame in one buffer: luma, then chroma, then readable slack (the
+// one-thread reference run of the pipeline tests copies rows past the planes;
+// the library reads nothing there).
 struct TestFrame {
     int width = 0, height = 0;
     std::vector<uint8_t> buf;

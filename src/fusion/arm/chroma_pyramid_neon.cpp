@@ -5,14 +5,19 @@
 #include "fusion/arm/fusion_neon.h"
 
 decl_chroma_copy_flip_fn(chroma_copy_flip_neon) {
-    const int n = (int)ceil16((unsigned)bytes);
     const uint8x16_t flip = vdupq_n_u8(0x80);
     for (int r = 0; r < rows; r += 2)
         for (int k = 0; k < 2; ++k) {
             const uint8_t *s = src + (r + k) * src_stride;
             int8_t *d = dst + (r + k) * dst_stride;
-            for (int i = 0; i < n; i += 16)
+            int i = 0;
+            for (; i + 16 <= bytes; i += 16)
                 vst1q_s8(d + i, vreinterpretq_s8_u8(veorq_u8(vld1q_u8(s + i), flip)));
+            if (i + 8 <= bytes) {
+                vst1_s8(d + i, vreinterpret_s8_u8(veor_u8(vld1_u8(s + i), vget_low_u8(flip))));
+                i += 8;
+            }
+            for (; i < bytes; ++i) d[i] = (int8_t)(uint8_t)(s[i] ^ 0x80);
         }
 }
 
