@@ -85,22 +85,6 @@ TEST(Merge, FullCapacityFrames) {
     EXPECT_EQ(r, (std::vector<int64_t>{0, 0, 0, 4152, 3112, 3, -2, -5, 4, -1809061119770081186, -4170479143214380885}));
 }
 
-TEST(Merge, UnregistrableFramesGiveTheReferenceFrame) {
-    // Uniform frames carry no bitmap bits: the search runs into its limit.
-    BracketOptions o;
-    o.flat = true;
-    TestBracket b = make_bracket(200, 120, o);
-    for (int f = 0; f < 3; ++f) memset(b.frame[f].chroma(), 60 + 40 * f, 200 * 60);
-    HdrInput in = b.input();
-    LogCapture log;
-    EXPECT_EQ(hdrThreeFrameCore(shared_context(), &in), 0);
-    EXPECT_EQ(shared_context()->le_offset.x, -63);
-    EXPECT_EQ(std::vector<int>({in.out_x, in.out_y, in.out_width, in.out_height}), std::vector<int>({0, 0, 200, 120}));
-    EXPECT_EQ(memcmp(b.frame[HE_IDX].buf.data(), b.frame[AE_IDX].buf.data(), 200 * 120 * 3 / 2), 0);
-    EXPECT_TRUE(log.contains("hdr motion over"));
-    EXPECT_FALSE(log.contains("varo_hdr: WeightWellExposed LE_IDX end\n")) << "workers stopped";
-}
-
 TEST(Merge, BadDescriptorIsRejectedWithoutSideEffects) {
     TestBracket b = make_bracket(64, 48);
     void (*spoil[])(HdrInput &) = {
