@@ -15,6 +15,8 @@ std::vector<DspVariant> dsp_variants() {
 #else
     if (hdr_cpu_flags() & HDR_CPU_NEON) v.push_back({"neon", (unsigned)HDR_CPU_NEON});
 #endif
+    if (hdr_cpu_flags() & HDR_CPU_SSE41) v.push_back({"sse41", (unsigned)HDR_CPU_SSE41});
+    if (hdr_cpu_flags() & HDR_CPU_AVX2) v.push_back({"avx2", (unsigned)(HDR_CPU_SSE41 | HDR_CPU_AVX2)});
     return v;
 }
 

@@ -1,0 +1,95 @@
+// AVX2 weight-map kernels: the SSE4.1 steps at twice the width.
+#include <immintrin.h>
+
+#include "fusion/fusion_dsp.h"
+#include "fusion/x86/weight_x86.h"
+
+namespace {
+
+// curve16 over 32 bytes: vpshufb looks up within each 128-bit half, so every
+// table is broadcast to both halves.
+inline __m256i curve32(const uint8_t *curve, __m256i v) {
+    __m256i r = _mm256_setzero_si256();
+    const __m256i bias = _mm256_set1_epi8(0x70), step = _mm256_set1_epi8(16);
+    for (int k = 0; k < 16; ++k) {
+        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(curve + 16 * k)));
+        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(v, bias)));
+        v = _mm256_sub_epi8(v, step);
+    }
+    return r;
+}
+
+inline __m256i gate16(__m128i c16, const uint8_t *mask) {
+    const __m256i m = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)mask));
+    return _mm256_min_epu16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(c16), m), _mm256_set1_epi16(255));
+}
+
+// 16 u16 lanes back to 16 bytes in order.
+inline __m128i pack16(__m256i v) { return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)); }
+
+decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 32 <= n; x += 32) {
+            const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)(luma + x)));
+            _mm_storeu_si128((__m128i *)(dst + x), pack16(gate16(_mm256_castsi256_si128(c), mask + x)));
+            _mm_storeu_si128((__m128i *)(dst + x + 16), pack16(gate16(_mm256_extracti128_si256(c, 1), mask + x + 16)));
+        }
+        for (; x < n; x += 8) {
+            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
+        }
+        mask += n;
+        luma += next;
+        dst += next;
+    }
+}
+
+inline __m256i norm_scale16(__m256i w, __m256i q) {
+    const __m256i lo = _mm256_mullo_epi16(w, q), hi = _mm256_mulhi_epu16(w, q);
+    const __m256i t = _mm256_srli_epi16(_mm256_adds_epu16(lo, _mm256_set1_epi16(128)), 8);
+    const __m256i big = _mm256_andnot_si256(_mm256_cmpeq_epi16(hi, _mm256_setzero_si256()), _mm256_set1_epi16(255));
+    return _mm256_or_si256(t, big);
+}
+
+// recip4 over 8 sums.
+inline __m256i recip8(__m256i s32) {
+    const __m256 f = _mm256_cvtepi32_ps(_mm256_max_epi32(s32, _mm256_set1_epi32(1)));
+    return _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(65536.0f), f));
+}
+
+inline void normalize16(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
+    const __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
+    const __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
+    const __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
+    const __m256i s = _mm256_add_epi16(_mm256_add_epi16(a, b), c);
+    const __m256i qa = recip8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(s)));
+    const __m256i qb = recip8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(s, 1)));
+    // The pack works per 128-bit half: restore pixel order.
+    const __m256i q = _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8);
+    _mm_storeu_si128((__m128i *)w0, pack16(norm_scale16(a, q)));
+    _mm_storeu_si128((__m128i *)w1, pack16(norm_scale16(b, q)));
+    _mm_storeu_si128((__m128i *)w2, pack16(norm_scale16(c, q)));
+}
+
+decl_weight_normalize_fn(weight_normalize_avx2) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 16 <= n; x += 16) normalize16(w0 + x, w1 + x, w2 + x);
+        if (x < n) normalize8(w0 + x, w1 + x, w2 + x);
+        w0 += next;
+        w1 += next;
+        w2 += next;
+    }
+}
+
+} // namespace
+
+void fusion_dsp_init_avx2(FusionDsp *dsp) {
+    dsp->weight_well_exposed = weight_well_exposed_avx2;
+    dsp->weight_normalize = weight_normalize_avx2;
+}

@@ -1,0 +1,43 @@
+// SSE4.1 weight-map kernels.
+#include "fusion/fusion_dsp.h"
+#include "fusion/x86/weight_x86.h"
+
+namespace {
+
+decl_weight_well_exposed_fn(weight_well_exposed_sse41) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            const __m128i c = curve16(curve, _mm_loadu_si128((const __m128i *)(luma + x)));
+            const __m128i lo = gate8(c, mask + x), hi = gate8(_mm_srli_si128(c, 8), mask + x + 8);
+            _mm_storeu_si128((__m128i *)(dst + x), _mm_packus_epi16(lo, hi));
+        }
+        if (x < n) {
+            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
+        }
+        mask += n;
+        luma += next;
+        dst += next;
+    }
+}
+
+decl_weight_normalize_fn(weight_normalize_sse41) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        for (int x = 0; x < n; x += 8) normalize8(w0 + x, w1 + x, w2 + x);
+        w0 += next;
+        w1 += next;
+        w2 += next;
+    }
+}
+
+} // namespace
+
+void fusion_dsp_init_sse41(FusionDsp *dsp) {
+    dsp->weight_well_exposed = weight_well_exposed_sse41;
+    dsp->weight_normalize = weight_normalize_sse41;
+}
