@@ -21,8 +21,14 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
 #endif
 #if HDR_HAVE_X86
     // Cumulative levels: each overlays the one below it.
-    if (flags & HDR_CPU_SSE41) fusion_dsp_init_sse41(&dsp->fusion);
-    if (flags & HDR_CPU_AVX2) fusion_dsp_init_avx2(&dsp->fusion);
+    if (flags & HDR_CPU_SSE41) {
+        fusion_dsp_init_sse41(&dsp->fusion);
+        tone_dsp_init_sse41(&dsp->tone);
+    }
+    if (flags & HDR_CPU_AVX2) {
+        fusion_dsp_init_avx2(&dsp->fusion);
+        tone_dsp_init_avx2(&dsp->tone);
+    }
 #endif
     (void)flags;
 }
