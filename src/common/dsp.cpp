@@ -24,10 +24,12 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
     if (flags & HDR_CPU_SSE41) {
         fusion_dsp_init_sse41(&dsp->fusion);
         tone_dsp_init_sse41(&dsp->tone);
+        reg_dsp_init_sse41(&dsp->reg);
     }
     if (flags & HDR_CPU_AVX2) {
         fusion_dsp_init_avx2(&dsp->fusion);
         tone_dsp_init_avx2(&dsp->tone);
+        reg_dsp_init_avx2(&dsp->reg);
     }
 #endif
     (void)flags;
