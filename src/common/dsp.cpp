@@ -23,11 +23,13 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
     // Cumulative levels: each overlays the one below it.
     if (flags & HDR_CPU_SSE41) {
         fusion_dsp_init_sse41(&dsp->fusion);
+        chroma_dsp_init_sse41(&dsp->chroma);
         tone_dsp_init_sse41(&dsp->tone);
         reg_dsp_init_sse41(&dsp->reg);
     }
     if (flags & HDR_CPU_AVX2) {
         fusion_dsp_init_avx2(&dsp->fusion);
+        chroma_dsp_init_avx2(&dsp->chroma);
         tone_dsp_init_avx2(&dsp->tone);
         reg_dsp_init_avx2(&dsp->reg);
     }

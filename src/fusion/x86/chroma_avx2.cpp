@@ -1,0 +1,45 @@
+// AVX2 chroma kernels.
+#include <immintrin.h>
+#include <string.h>
+
+#include "fusion/chroma_dsp.h"
+
+namespace {
+
+// Eight pair weights repeated for the two values of each pair.
+inline __m256i pair_weights(const uint8_t *w) {
+    int64_t bytes;
+    memcpy(&bytes, w, 8);
+    const __m128i v = _mm_cvtepu8_epi16(_mm_cvtsi64_si128(bytes));
+    return _mm256_set_m128i(_mm_unpackhi_epi16(v, v), _mm_unpacklo_epi16(v, v));
+}
+
+// The SSE4.1 blend at 16 values per step; unpacks and pack all stay within
+// the 128-bit halves, so the values come back in order.
+decl_chroma_blend_fn(chroma_blend_avx2) {
+    const int n = 2 * (int)((pairs + 7) & ~7);
+    const __m256i one = _mm256_set1_epi16(1), round = _mm256_set1_epi16(128), low = _mm256_set1_epi32(0xFFFF);
+    for (int y = 0; y < rows; ++y) {
+        int16_t *p0 = b0 + y * stride;
+        const int16_t *p1 = b1 + y * stride, *p2 = b2 + y * stride;
+        const uint8_t *v0 = w0 + y * w_stride, *v1 = w1 + y * w_stride, *v2 = w2 + y * w_stride;
+        for (int x = 0; x < n; x += 16) {
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(p0 + x));
+            const __m256i b = _mm256_loadu_si256((const __m256i *)(p1 + x));
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(p2 + x));
+            const int k = x >> 1;
+            const __m256i wa = pair_weights(v0 + k), wb = pair_weights(v1 + k), wc = pair_weights(v2 + k);
+            __m256i lo = _mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), _mm256_unpacklo_epi16(wa, wb));
+            __m256i hi = _mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), _mm256_unpackhi_epi16(wa, wb));
+            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(c, one), _mm256_unpacklo_epi16(wc, round)));
+            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(c, one), _mm256_unpackhi_epi16(wc, round)));
+            lo = _mm256_and_si256(_mm256_srai_epi32(lo, 8), low);
+            hi = _mm256_and_si256(_mm256_srai_epi32(hi, 8), low);
+            _mm256_storeu_si256((__m256i *)(p0 + x), _mm256_packus_epi32(lo, hi));
+        }
+    }
+}
+
+} // namespace
+
+void chroma_dsp_init_avx2(ChromaDsp *dsp) { dsp->blend = chroma_blend_avx2; }

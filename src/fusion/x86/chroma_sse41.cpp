@@ -1,0 +1,43 @@
+// SSE4.1 chroma kernels.
+#include <smmintrin.h>
+
+#include "fusion/chroma_dsp.h"
+
+namespace {
+
+// Eight values (four pairs) of the blend: each pair's weight is repeated for
+// its two values, the three products summed by two multiply-adds (|sum| <
+// 2^31), the rounding constant riding along as the third value's partner.
+// The result keeps the low 16 bits of the arithmetic shift.
+decl_chroma_blend_fn(chroma_blend_sse41) {
+    const int n = 2 * (int)((pairs + 7) & ~7);
+    const __m128i one = _mm_set1_epi16(1), round = _mm_set1_epi16(128), low = _mm_set1_epi32(0xFFFF);
+    for (int y = 0; y < rows; ++y) {
+        int16_t *p0 = b0 + y * stride;
+        const int16_t *p1 = b1 + y * stride, *p2 = b2 + y * stride;
+        const uint8_t *v0 = w0 + y * w_stride, *v1 = w1 + y * w_stride, *v2 = w2 + y * w_stride;
+        for (int x = 0; x < n; x += 8) {
+            const __m128i a = _mm_loadu_si128((const __m128i *)(p0 + x));
+            const __m128i b = _mm_loadu_si128((const __m128i *)(p1 + x));
+            const __m128i c = _mm_loadu_si128((const __m128i *)(p2 + x));
+            const int k = x >> 1;
+            __m128i wa = _mm_cvtepu8_epi16(_mm_cvtsi32_si128(*(const int *)(v0 + k)));
+            __m128i wb = _mm_cvtepu8_epi16(_mm_cvtsi32_si128(*(const int *)(v1 + k)));
+            __m128i wc = _mm_cvtepu8_epi16(_mm_cvtsi32_si128(*(const int *)(v2 + k)));
+            wa = _mm_unpacklo_epi16(wa, wa);
+            wb = _mm_unpacklo_epi16(wb, wb);
+            wc = _mm_unpacklo_epi16(wc, wc);
+            __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(a, b), _mm_unpacklo_epi16(wa, wb));
+            __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(a, b), _mm_unpackhi_epi16(wa, wb));
+            lo = _mm_add_epi32(lo, _mm_madd_epi16(_mm_unpacklo_epi16(c, one), _mm_unpacklo_epi16(wc, round)));
+            hi = _mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(c, one), _mm_unpackhi_epi16(wc, round)));
+            lo = _mm_and_si128(_mm_srai_epi32(lo, 8), low);
+            hi = _mm_and_si128(_mm_srai_epi32(hi, 8), low);
+            _mm_storeu_si128((__m128i *)(p0 + x), _mm_packus_epi32(lo, hi));
+        }
+    }
+}
+
+} // namespace
+
+void chroma_dsp_init_sse41(ChromaDsp *dsp) { dsp->blend = chroma_blend_sse41; }
