@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "fusion/chroma_dsp.h"
+#include "fusion/x86/chroma_x86.h"
 
 namespace {
 
@@ -40,6 +41,49 @@ decl_chroma_blend_fn(chroma_blend_avx2) {
     }
 }
 
+// band8 at 16 values per step; an odd count of 8-value groups ends on band8.
+inline __m256i band16(const int16_t *ha, const int16_t *hb, const int16_t *hc, const int8_t *g, __m256i wab,
+                      __m256i wc32) {
+    const __m256i a = _mm256_loadu_si256((const __m256i *)ha), b = _mm256_loadu_si256((const __m256i *)hb);
+    const __m256i c = _mm256_loadu_si256((const __m256i *)hc), one = _mm256_set1_epi16(1);
+    __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), wab),
+                                  _mm256_madd_epi16(_mm256_unpacklo_epi16(c, one), wc32));
+    __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), wab),
+                                  _mm256_madd_epi16(_mm256_unpackhi_epi16(c, one), wc32));
+    const __m256i low = _mm256_set1_epi32(0xFFFF);
+    lo = _mm256_and_si256(_mm256_srai_epi32(lo, 6), low);
+    hi = _mm256_and_si256(_mm256_srai_epi32(hi, 6), low);
+    const __m256i gv = _mm256_cvtepi8_epi16(_mm_loadu_si128((const __m128i *)g));
+    return _mm256_sub_epi16(gv, _mm256_packus_epi32(lo, hi));
+}
+
+inline __m256i taps2(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
+
+decl_chroma_expand_band_fn(chroma_expand_band_avx2) {
+    const int n = (values + 7) & ~7;
+    const int hrows = rows >> 1;
+    for (int y = 0; y < rows; ++y) {
+        int16_t *b = band + y * band_stride;
+        if (zero_edges && chroma_zero_row(y, rows)) {
+            memset(b, 0, (size_t)n * sizeof *b);
+            continue;
+        }
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int8_t *gr = g + y * g_stride;
+        const __m256i wab = taps2(t.wa, t.wb), wc32 = taps2(t.wc, 32);
+        int i = 0;
+        for (; i + 16 <= n; i += 16)
+            _mm256_storeu_si256((__m256i *)(b + i), band16(ha + i, hb + i, hc + i, gr + i, wab, wc32));
+        if (i < n)
+            _mm_storeu_si128((__m128i *)(b + i), band8(ha + i, hb + i, hc + i, gr + i, _mm256_castsi256_si128(wab),
+                                                       _mm256_castsi256_si128(wc32)));
+    }
+}
+
 } // namespace
 
-void chroma_dsp_init_avx2(ChromaDsp *dsp) { dsp->blend = chroma_blend_avx2; }
+void chroma_dsp_init_avx2(ChromaDsp *dsp) {
+    dsp->expand_band = chroma_expand_band_avx2;
+    dsp->blend = chroma_blend_avx2;
+}

@@ -2,6 +2,7 @@
 #include <smmintrin.h>
 
 #include "fusion/chroma_dsp.h"
+#include "fusion/x86/chroma_x86.h"
 
 namespace {
 
@@ -38,6 +39,26 @@ decl_chroma_blend_fn(chroma_blend_sse41) {
     }
 }
 
+decl_chroma_expand_band_fn(chroma_expand_band_sse41) {
+    const int n = (values + 7) & ~7;
+    const int hrows = rows >> 1;
+    for (int y = 0; y < rows; ++y) {
+        int16_t *b = band + y * band_stride;
+        if (zero_edges && chroma_zero_row(y, rows)) {
+            memset(b, 0, (size_t)n * sizeof *b);
+            continue;
+        }
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int8_t *gr = g + y * g_stride;
+        const __m128i wab = taps2_128(t.wa, t.wb), wc32 = taps2_128(t.wc, 32);
+        for (int i = 0; i < n; i += 8) _mm_storeu_si128((__m128i *)(b + i), band8(ha + i, hb + i, hc + i, gr + i, wab, wc32));
+    }
+}
+
 } // namespace
 
-void chroma_dsp_init_sse41(ChromaDsp *dsp) { dsp->blend = chroma_blend_sse41; }
+void chroma_dsp_init_sse41(ChromaDsp *dsp) {
+    dsp->expand_band = chroma_expand_band_sse41;
+    dsp->blend = chroma_blend_sse41;
+}

@@ -1,0 +1,30 @@
+// Steps shared by the SSE4.1 and AVX2 chroma kernels.  Each including file
+// gets its own copy (internal linkage), compiled with that file's flags.
+#pragma once
+#include <smmintrin.h>
+#include <stdint.h>
+#include <string.h>
+
+namespace {
+
+// Eight band values: E + 32 from two multiply-adds in 32 bits (exact for any
+// 16-bit h), shifted, narrowed to 16 bits and taken from g with 16-bit wrap,
+// which leaves the same low 16 bits as the reference's 32-bit difference.
+inline __m128i band8(const int16_t *ha, const int16_t *hb, const int16_t *hc, const int8_t *g, __m128i wab,
+                     __m128i wc32) {
+    const __m128i a = _mm_loadu_si128((const __m128i *)ha), b = _mm_loadu_si128((const __m128i *)hb);
+    const __m128i c = _mm_loadu_si128((const __m128i *)hc), one = _mm_set1_epi16(1);
+    __m128i lo = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(a, b), wab), _mm_madd_epi16(_mm_unpacklo_epi16(c, one), wc32));
+    __m128i hi = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(a, b), wab), _mm_madd_epi16(_mm_unpackhi_epi16(c, one), wc32));
+    const __m128i low = _mm_set1_epi32(0xFFFF);
+    lo = _mm_and_si128(_mm_srai_epi32(lo, 6), low);
+    hi = _mm_and_si128(_mm_srai_epi32(hi, 6), low);
+    int64_t g8;
+    memcpy(&g8, g, 8);
+    return _mm_sub_epi16(_mm_cvtepi8_epi16(_mm_cvtsi64_si128(g8)), _mm_packus_epi32(lo, hi));
+}
+
+// Multiplier pairs (wa, wb) and (wc, 32) of a row's taps.
+inline __m128i taps2_128(int a, int b) { return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
+
+} // namespace
