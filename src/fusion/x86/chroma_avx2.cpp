@@ -81,9 +81,40 @@ decl_chroma_expand_band_fn(chroma_expand_band_avx2) {
     }
 }
 
+// reduce_v8 at 16 values per step.
+decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
+    const int n = (values + 7) & ~7;
+    const __m256i one = _mm256_set1_epi16(1), low = _mm256_set1_epi32(0xFF);
+    for (int j = 0; j < rows; ++j, dst += dst_stride) {
+        const ReduceRows s = reduce_rows(src + 2 * j * n, n, j, rows);
+        const __m256i w01 = taps2(s.w[0], s.w[1]), w23 = taps2(s.w[2], s.w[3]), w4r = taps2(s.w[4], 128);
+        int i = 0;
+        for (; i + 16 <= n; i += 16) {
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(s.r[0] + i));
+            const __m256i b = _mm256_loadu_si256((const __m256i *)(s.r[1] + i));
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(s.r[2] + i));
+            const __m256i d = _mm256_loadu_si256((const __m256i *)(s.r[3] + i));
+            const __m256i e = _mm256_loadu_si256((const __m256i *)(s.r[4] + i));
+            __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpacklo_epi16(c, d), w23));
+            __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpackhi_epi16(c, d), w23));
+            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(e, one), w4r));
+            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(e, one), w4r));
+            const __m256i v = _mm256_packus_epi32(_mm256_and_si256(_mm256_srai_epi32(lo, 8), low),
+                                                  _mm256_and_si256(_mm256_srai_epi32(hi, 8), low));
+            _mm_storeu_si128((__m128i *)(dst + i), _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
+        }
+        if (i < n)
+            _mm_storel_epi64((__m128i *)(dst + i), reduce_v8(s, i, _mm256_castsi256_si128(w01),
+                                                             _mm256_castsi256_si128(w23), _mm256_castsi256_si128(w4r)));
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_avx2(ChromaDsp *dsp) {
+    dsp->reduce_v = chroma_reduce_v_avx2;
     dsp->expand_band = chroma_expand_band_avx2;
     dsp->blend = chroma_blend_avx2;
 }

@@ -56,9 +56,19 @@ decl_chroma_expand_band_fn(chroma_expand_band_sse41) {
     }
 }
 
+decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
+    const int n = (values + 7) & ~7;
+    for (int j = 0; j < rows; ++j, dst += dst_stride) {
+        const ReduceRows s = reduce_rows(src + 2 * j * n, n, j, rows);
+        const __m128i w01 = taps2_128(s.w[0], s.w[1]), w23 = taps2_128(s.w[2], s.w[3]), w4r = taps2_128(s.w[4], 128);
+        for (int i = 0; i < n; i += 8) _mm_storel_epi64((__m128i *)(dst + i), reduce_v8(s, i, w01, w23, w4r));
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_sse41(ChromaDsp *dsp) {
+    dsp->reduce_v = chroma_reduce_v_sse41;
     dsp->expand_band = chroma_expand_band_sse41;
     dsp->blend = chroma_blend_sse41;
 }

@@ -27,4 +27,30 @@ inline __m128i band8(const int16_t *ha, const int16_t *hb, const int16_t *hc, co
 // Multiplier pairs (wa, wb) and (wc, 32) of a row's taps.
 inline __m128i taps2_128(int a, int b) { return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
 
+// Vertical reduce: five source rows (missing ones repeated with weight 0)
+// and the weights as multiply-add pairs (w0, w1), (w2, w3), (w4, 128).
+struct ReduceRows {
+    const int16_t *r[5];
+    int w[5];
+};
+inline ReduceRows reduce_rows(const int16_t *c, int n, int j, int rows) {
+    if (j == 0) return {{c, c + n, c + 2 * n, c, c}, {6, 8, 2, 0, 0}};
+    if (j == rows - 1) return {{c - 2 * n, c - n, c, c + n, c}, {1, 4, 7, 4, 0}};
+    return {{c - 2 * n, c - n, c, c + n, c + 2 * n}, {1, 4, 6, 4, 1}};
+}
+
+// Eight sums (exact in 32 bits), shifted and cut to their low 8 bits.
+inline __m128i reduce_v8(const ReduceRows &s, int i, __m128i w01, __m128i w23, __m128i w4r) {
+    const __m128i a = _mm_loadu_si128((const __m128i *)(s.r[0] + i)), b = _mm_loadu_si128((const __m128i *)(s.r[1] + i));
+    const __m128i c = _mm_loadu_si128((const __m128i *)(s.r[2] + i)), d = _mm_loadu_si128((const __m128i *)(s.r[3] + i));
+    const __m128i e = _mm_loadu_si128((const __m128i *)(s.r[4] + i)), one = _mm_set1_epi16(1);
+    __m128i lo = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(a, b), w01), _mm_madd_epi16(_mm_unpacklo_epi16(c, d), w23));
+    __m128i hi = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(a, b), w01), _mm_madd_epi16(_mm_unpackhi_epi16(c, d), w23));
+    lo = _mm_add_epi32(lo, _mm_madd_epi16(_mm_unpacklo_epi16(e, one), w4r));
+    hi = _mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(e, one), w4r));
+    const __m128i low = _mm_set1_epi32(0xFF);
+    const __m128i v = _mm_packus_epi32(_mm_and_si128(_mm_srai_epi32(lo, 8), low), _mm_and_si128(_mm_srai_epi32(hi, 8), low));
+    return _mm_packus_epi16(v, v);
+}
+
 } // namespace
