@@ -81,6 +81,35 @@ decl_chroma_expand_band_fn(chroma_expand_band_avx2) {
     }
 }
 
+// reduce_h8 at 16 values per step, one 128-bit half per 8 values; bytes
+// sign-extended by an unpack with themselves and an arithmetic shift.
+inline __m256i load2(const int8_t *lo, const int8_t *hi) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128((const __m128i *)lo)),
+                                   _mm_loadu_si128((const __m128i *)hi), 1);
+}
+inline __m256i widen_lo(__m256i v) { return _mm256_srai_epi16(_mm256_unpacklo_epi8(v, v), 8); }
+inline __m256i widen_hi(__m256i v) { return _mm256_srai_epi16(_mm256_unpackhi_epi8(v, v), 8); }
+
+decl_chroma_reduce_h_fn(chroma_reduce_h_avx2) {
+    const int n = (2 * (pairs >> 1) + 7) & ~7;
+    const __m256i split = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15,
+                                           0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15);
+    for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
+        pad_pairs_mirror(src, pairs);
+        int i = 0;
+        for (; i + 16 <= n; i += 16) {
+            const int8_t *p = src + 2 * i;
+            const __m256i x = _mm256_shuffle_epi8(load2(p - 4, p + 12), split);
+            const __m256i w = _mm256_shuffle_epi8(load2(p, p + 16), split);
+            const __m256i z = _mm256_shuffle_epi8(load2(p + 2, p + 18), split);
+            const __m256i s = _mm256_add_epi16(_mm256_add_epi16(widen_lo(x), widen_hi(z)),
+                                               _mm256_slli_epi16(_mm256_add_epi16(widen_hi(x), widen_hi(w)), 2));
+            _mm256_storeu_si256((__m256i *)(dst + i), _mm256_add_epi16(s, _mm256_mullo_epi16(widen_lo(w), _mm256_set1_epi16(6))));
+        }
+        if (i < n) _mm_storeu_si128((__m128i *)(dst + i), reduce_h8(src + 2 * i));
+    }
+}
+
 // reduce_v8 at 16 values per step.
 decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
     const int n = (values + 7) & ~7;
@@ -114,6 +143,7 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
 } // namespace
 
 void chroma_dsp_init_avx2(ChromaDsp *dsp) {
+    dsp->reduce_h = chroma_reduce_h_avx2;
     dsp->reduce_v = chroma_reduce_v_avx2;
     dsp->expand_band = chroma_expand_band_avx2;
     dsp->blend = chroma_blend_avx2;

@@ -56,6 +56,14 @@ decl_chroma_expand_band_fn(chroma_expand_band_sse41) {
     }
 }
 
+decl_chroma_reduce_h_fn(chroma_reduce_h_sse41) {
+    const int n = (2 * (pairs >> 1) + 7) & ~7;
+    for (int r = 0; r < rows; ++r, src += src_stride, dst += n) {
+        pad_pairs_mirror(src, pairs);
+        for (int i = 0; i < n; i += 8) _mm_storeu_si128((__m128i *)(dst + i), reduce_h8(src + 2 * i));
+    }
+}
+
 decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
     const int n = (values + 7) & ~7;
     for (int j = 0; j < rows; ++j, dst += dst_stride) {
@@ -68,6 +76,7 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
 } // namespace
 
 void chroma_dsp_init_sse41(ChromaDsp *dsp) {
+    dsp->reduce_h = chroma_reduce_h_sse41;
     dsp->reduce_v = chroma_reduce_v_sse41;
     dsp->expand_band = chroma_expand_band_sse41;
     dsp->blend = chroma_blend_sse41;

@@ -27,6 +27,25 @@ inline __m128i band8(const int16_t *ha, const int16_t *hb, const int16_t *hc, co
 // Multiplier pairs (wa, wb) and (wc, 32) of a row's taps.
 inline __m128i taps2_128(int a, int b) { return _mm_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
 
+// Horizontal reduce, 8 values (4 output pairs centred on source pairs 2k):
+// pairs as 16-bit units, one byte shuffle splits 16 bytes into the even
+// pairs (low half) and the odd ones (high half).  Loads at -4, 0 and +2
+// bytes from the first centre cover exactly bytes -4 .. 17.  The int8 sums
+// stay within 16 bits.
+inline __m128i split_pairs(__m128i v) {
+    return _mm_shuffle_epi8(v, _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15));
+}
+inline __m128i reduce_h8(const int8_t *p) {
+    const __m128i x = split_pairs(_mm_loadu_si128((const __m128i *)(p - 4)));
+    const __m128i w = split_pairs(_mm_loadu_si128((const __m128i *)p));
+    const __m128i z = split_pairs(_mm_loadu_si128((const __m128i *)(p + 2)));
+    const __m128i m2 = _mm_cvtepi8_epi16(x), m1 = _mm_cvtepi8_epi16(_mm_srli_si128(x, 8));
+    const __m128i c0 = _mm_cvtepi8_epi16(w), p1 = _mm_cvtepi8_epi16(_mm_srli_si128(w, 8));
+    const __m128i p2 = _mm_cvtepi8_epi16(_mm_srli_si128(z, 8));
+    const __m128i s = _mm_add_epi16(_mm_add_epi16(m2, p2), _mm_slli_epi16(_mm_add_epi16(m1, p1), 2));
+    return _mm_add_epi16(s, _mm_mullo_epi16(c0, _mm_set1_epi16(6)));
+}
+
 // Vertical reduce: five source rows (missing ones repeated with weight 0)
 // and the weights as multiply-add pairs (w0, w1), (w2, w3), (w4, 128).
 struct ReduceRows {
