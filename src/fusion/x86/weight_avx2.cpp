@@ -2,6 +2,7 @@
 #include <immintrin.h>
 
 #include "fusion/fusion_dsp.h"
+#include "fusion/x86/reduce_x86.h"
 #include "fusion/x86/weight_x86.h"
 
 namespace {
@@ -87,9 +88,42 @@ decl_weight_normalize_fn(weight_normalize_avx2) {
     }
 }
 
+inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
+
+// reduce_v8 at 16 outputs per step (unpacks and packs stay in the 128-bit
+// halves, so the outputs come back in order).
+template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_avx2) {
+    const __m256i one = _mm256_set1_epi16(1);
+    for (int k = 0; k < out_h; ++k, dst += dst_stride) {
+        const ReduceTaps tp = reduce_taps<C>(t, out_w, k, out_h);
+        const __m256i w01 = mul_pair256(tp.w[0], tp.w[1]), w23 = mul_pair256(tp.w[2], tp.w[3]);
+        const __m256i w4r = mul_pair256(tp.w[4], 1 << (Shift - 1));
+        int x = 0;
+        for (; x + 16 <= out_w; x += 16) {
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(tp.r[0] + x));
+            const __m256i b = _mm256_loadu_si256((const __m256i *)(tp.r[1] + x));
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(tp.r[2] + x));
+            const __m256i d = _mm256_loadu_si256((const __m256i *)(tp.r[3] + x));
+            const __m256i e = _mm256_loadu_si256((const __m256i *)(tp.r[4] + x));
+            __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpacklo_epi16(c, d), w23));
+            __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpackhi_epi16(c, d), w23));
+            lo = _mm256_srli_epi32(_mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(e, one), w4r)), Shift);
+            hi = _mm256_srli_epi32(_mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(e, one), w4r)), Shift);
+            _mm_storeu_si128((__m128i *)(dst + x), pack16(_mm256_packus_epi32(lo, hi)));
+        }
+        if (x < out_w)
+            _mm_storel_epi64((__m128i *)(dst + x), reduce_v8<Shift>(tp, x, _mm256_castsi256_si128(w01), _mm256_castsi256_si128(w23),
+                                                                     _mm256_castsi256_si128(w4r)));
+    }
+}
+
 } // namespace
 
 void fusion_dsp_init_avx2(FusionDsp *dsp) {
+    dsp->weight_reduce_v = pyramid_reduce_v_avx2<54, 12>;
+    dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_avx2;
     dsp->weight_normalize = weight_normalize_avx2;
 }

@@ -1,5 +1,6 @@
 // SSE4.1 weight-map kernels.
 #include "fusion/fusion_dsp.h"
+#include "fusion/x86/reduce_x86.h"
 #include "fusion/x86/weight_x86.h"
 
 namespace {
@@ -35,9 +36,20 @@ decl_weight_normalize_fn(weight_normalize_sse41) {
     }
 }
 
+template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_sse41) {
+    for (int k = 0; k < out_h; ++k, dst += dst_stride) {
+        const ReduceTaps tp = reduce_taps<C>(t, out_w, k, out_h);
+        const __m128i w01 = mul_pair(tp.w[0], tp.w[1]), w23 = mul_pair(tp.w[2], tp.w[3]);
+        const __m128i w4r = mul_pair(tp.w[4], 1 << (Shift - 1));
+        for (int x = 0; x < out_w; x += 8) _mm_storel_epi64((__m128i *)(dst + x), reduce_v8<Shift>(tp, x, w01, w23, w4r));
+    }
+}
+
 } // namespace
 
 void fusion_dsp_init_sse41(FusionDsp *dsp) {
+    dsp->weight_reduce_v = pyramid_reduce_v_sse41<54, 12>;
+    dsp->image_reduce_v = pyramid_reduce_v_sse41<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_sse41;
     dsp->weight_normalize = weight_normalize_sse41;
 }
