@@ -2,6 +2,7 @@
 #include <immintrin.h>
 
 #include "fusion/fusion_dsp.h"
+#include "fusion/x86/expand_x86.h"
 #include "fusion/x86/reduce_x86.h"
 #include "fusion/x86/weight_x86.h"
 
@@ -119,9 +120,62 @@ template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_avx2) {
     }
 }
 
+// expand_e8 and round_shift6 at 16 columns per step.
+inline __m256i expand_e16(const int16_t *a, const int16_t *b, const int16_t *c, __m256i wa, __m256i wb, __m256i wc) {
+    const __m256i pa = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)a), wa);
+    const __m256i pb = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)b), wb);
+    const __m256i pc = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)c), wc);
+    const __m256i e = _mm256_add_epi16(_mm256_add_epi16(pa, pb), pc);
+    return _mm256_add_epi16(_mm256_srai_epi16(e, 6), _mm256_and_si256(_mm256_srli_epi16(e, 5), _mm256_set1_epi16(1)));
+}
+
+decl_image_band_v_fn(image_band_v_avx2) {
+    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    const int16_t *s = (const int16_t *)hs;
+    for (int y = 0; y < h; ++y) {
+        const ExpandTaps t = expand_taps(y, hh);
+        const int16_t *a = s + t.ra * w8, *b = s + t.rb * w8, *c = s + t.rc * w8;
+        const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
+        const uint8_t *gr = g + y * g_stride;
+        int16_t *d = band + y * band_stride;
+        int x = 0;
+        for (; x + 16 <= w8; x += 16) {
+            const __m256i gv = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)(gr + x)));
+            _mm256_storeu_si256((__m256i *)(d + x), _mm256_sub_epi16(gv, expand_e16(a + x, b + x, c + x, wa, wb, wc)));
+        }
+        if (x < w8) {
+            const __m128i e = round_shift6(expand_e8(a + x, b + x, c + x, _mm256_castsi256_si128(wa),
+                                                     _mm256_castsi256_si128(wb), _mm256_castsi256_si128(wc)));
+            const __m128i gv = _mm_cvtepu8_epi16(_mm_loadl_epi64((const __m128i *)(gr + x)));
+            _mm_storeu_si128((__m128i *)(d + x), _mm_sub_epi16(gv, e));
+        }
+    }
+}
+
+decl_collapse_add_v_fn(collapse_add_v_avx2) {
+    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    for (int y = 0; y < h; ++y) {
+        const ExpandTaps t = expand_taps(y, hh);
+        const int16_t *a = hs + t.ra * w8, *b = hs + t.rb * w8, *c = hs + t.rc * w8;
+        const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
+        int16_t *d = l + y * l_stride;
+        int x = 0;
+        for (; x + 16 <= w8; x += 16)
+            _mm256_storeu_si256((__m256i *)(d + x), _mm256_add_epi16(_mm256_loadu_si256((const __m256i *)(d + x)),
+                                                                     expand_e16(a + x, b + x, c + x, wa, wb, wc)));
+        if (x < w8) {
+            const __m128i e = round_shift6(expand_e8(a + x, b + x, c + x, _mm256_castsi256_si128(wa),
+                                                     _mm256_castsi256_si128(wb), _mm256_castsi256_si128(wc)));
+            _mm_storeu_si128((__m128i *)(d + x), _mm_add_epi16(_mm_loadu_si128((const __m128i *)(d + x)), e));
+        }
+    }
+}
+
 } // namespace
 
 void fusion_dsp_init_avx2(FusionDsp *dsp) {
+    dsp->image_band_v = image_band_v_avx2;
+    dsp->collapse_add_v = collapse_add_v_avx2;
     dsp->weight_reduce_v = pyramid_reduce_v_avx2<54, 12>;
     dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_avx2;

@@ -1,5 +1,6 @@
 // SSE4.1 weight-map kernels.
 #include "fusion/fusion_dsp.h"
+#include "fusion/x86/expand_x86.h"
 #include "fusion/x86/reduce_x86.h"
 #include "fusion/x86/weight_x86.h"
 
@@ -45,9 +46,27 @@ template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_sse41) {
     }
 }
 
+decl_image_band_v_fn(image_band_v_sse41) {
+    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    const int16_t *s = (const int16_t *)hs;
+    for (int y = 0; y < h; ++y) {
+        const ExpandTaps t = expand_taps(y, hh);
+        const int16_t *a = s + t.ra * w8, *b = s + t.rb * w8, *c = s + t.rc * w8;
+        const __m128i wa = _mm_set1_epi16(t.wa), wb = _mm_set1_epi16(t.wb), wc = _mm_set1_epi16(t.wc);
+        const uint8_t *gr = g + y * g_stride;
+        int16_t *d = band + y * band_stride;
+        for (int x = 0; x < w8; x += 8) {
+            const __m128i e = round_shift6(expand_e8(a + x, b + x, c + x, wa, wb, wc));
+            const __m128i gv = _mm_cvtepu8_epi16(_mm_loadl_epi64((const __m128i *)(gr + x)));
+            _mm_storeu_si128((__m128i *)(d + x), _mm_sub_epi16(gv, e));
+        }
+    }
+}
+
 } // namespace
 
 void fusion_dsp_init_sse41(FusionDsp *dsp) {
+    dsp->image_band_v = image_band_v_sse41;
     dsp->weight_reduce_v = pyramid_reduce_v_sse41<54, 12>;
     dsp->image_reduce_v = pyramid_reduce_v_sse41<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_sse41;
