@@ -7,7 +7,7 @@
 #endif
 #endif
 
-#if defined(__x86_64__) || defined(__i386__)
+#if HDR_HAVE_X86
 #include <cpuid.h>
 
 // SSE4.1 needs only the CPU bit; AVX2 also needs the OS to save the YMM state
