@@ -4,6 +4,7 @@
 
 #include "fusion/chroma_dsp.h"
 #include "fusion/x86/chroma_x86.h"
+#include "fusion/x86/expand_x86.h"
 
 namespace {
 
@@ -140,9 +141,37 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
     }
 }
 
+// The 16-bit E of the collapse and its rounding shift (see round_shift6).
+inline __m256i collapse_e16(const int16_t *a, const int16_t *b, const int16_t *c, __m256i wa, __m256i wb, __m256i wc) {
+    const __m256i e = _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)a), wa),
+                                                        _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)b), wb)),
+                                       _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)c), wc));
+    return _mm256_add_epi16(_mm256_srai_epi16(e, 6), _mm256_and_si256(_mm256_srli_epi16(e, 5), _mm256_set1_epi16(1)));
+}
+
+decl_chroma_collapse_v_fn(chroma_collapse_v_avx2) {
+    const int n = (values + 7) & ~7, hrows = rows >> 1;
+    for (int y = 0; y < rows; ++y) {
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
+        int16_t *d = dst + y * stride;
+        int i = 0;
+        for (; i + 16 <= n; i += 16)
+            _mm256_storeu_si256((__m256i *)(d + i), _mm256_add_epi16(_mm256_loadu_si256((const __m256i *)(d + i)),
+                                                                     collapse_e16(ha + i, hb + i, hc + i, wa, wb, wc)));
+        if (i < n) {
+            const __m128i e = round_shift6(expand_e8(ha + i, hb + i, hc + i, _mm256_castsi256_si128(wa),
+                                                     _mm256_castsi256_si128(wb), _mm256_castsi256_si128(wc)));
+            _mm_storeu_si128((__m128i *)(d + i), _mm_add_epi16(_mm_loadu_si128((const __m128i *)(d + i)), e));
+        }
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_avx2(ChromaDsp *dsp) {
+    dsp->collapse_v = chroma_collapse_v_avx2;
     dsp->reduce_h = chroma_reduce_h_avx2;
     dsp->reduce_v = chroma_reduce_v_avx2;
     dsp->expand_band = chroma_expand_band_avx2;

@@ -3,6 +3,7 @@
 
 #include "fusion/chroma_dsp.h"
 #include "fusion/x86/chroma_x86.h"
+#include "fusion/x86/expand_x86.h"
 
 namespace {
 
@@ -73,9 +74,24 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
     }
 }
 
+decl_chroma_collapse_v_fn(chroma_collapse_v_sse41) {
+    const int n = (values + 7) & ~7, hrows = rows >> 1;
+    for (int y = 0; y < rows; ++y) {
+        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const __m128i wa = _mm_set1_epi16(t.wa), wb = _mm_set1_epi16(t.wb), wc = _mm_set1_epi16(t.wc);
+        int16_t *d = dst + y * stride;
+        for (int i = 0; i < n; i += 8) {
+            const __m128i e = round_shift6(expand_e8(ha + i, hb + i, hc + i, wa, wb, wc));
+            _mm_storeu_si128((__m128i *)(d + i), _mm_add_epi16(_mm_loadu_si128((const __m128i *)(d + i)), e));
+        }
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_sse41(ChromaDsp *dsp) {
+    dsp->collapse_v = chroma_collapse_v_sse41;
     dsp->reduce_h = chroma_reduce_h_sse41;
     dsp->reduce_v = chroma_reduce_v_sse41;
     dsp->expand_band = chroma_expand_band_sse41;
