@@ -6,6 +6,8 @@
 #include <smmintrin.h>
 #include <stdint.h>
 
+#include "fusion/pyramid_rows.h"
+
 namespace {
 
 // Five scratch rows (missing ones repeated with weight 0) and their weights
@@ -35,6 +37,18 @@ inline __m128i reduce_v8(const ReduceTaps &t, int x, __m128i w01, __m128i w23, _
     hi = _mm_srli_epi32(_mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(e, one), w4r)), Shift);
     const __m128i v = _mm_packus_epi32(lo, hi); // saturating packs: the min with 255
     return _mm_packus_epi16(v, v);
+}
+
+// Horizontal reduce, eight outputs centred on p[0], p[2], ..., p[14]: loads
+// at -2, 0 and +2 split into even and odd bytes as 16-bit lanes give the
+// five taps, reading p[-2] .. p[17] only.  Sums stay within 16 bits.
+template <int C> inline __m128i reduce_h8(const uint8_t *p) {
+    const __m128i a = _mm_loadu_si128((const __m128i *)(p - 2)), b = _mm_loadu_si128((const __m128i *)p);
+    const __m128i c = _mm_loadu_si128((const __m128i *)(p + 2)), even = _mm_set1_epi16(0xFF);
+    const __m128i outer = _mm_add_epi16(_mm_and_si128(a, even), _mm_and_si128(c, even));
+    const __m128i inner = _mm_add_epi16(_mm_srli_epi16(a, 8), _mm_srli_epi16(b, 8));
+    return _mm_add_epi16(_mm_add_epi16(outer, _mm_slli_epi16(inner, 2)),
+                         _mm_mullo_epi16(_mm_and_si128(b, even), _mm_set1_epi16(C)));
 }
 
 } // namespace

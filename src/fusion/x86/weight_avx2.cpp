@@ -91,6 +91,28 @@ decl_weight_normalize_fn(weight_normalize_avx2) {
 
 inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
 
+// reduce_h8 at 16 outputs per step: the 16-bit lanes never cross the
+// 128-bit halves, so the outputs come out in order.
+template <int C> decl_reduce_h_fn(pyramid_reduce_h_avx2) {
+    const int n = (int)ceil8((unsigned)(w >> 1));
+    const __m256i even = _mm256_set1_epi16(0xFF), centre = _mm256_set1_epi16(C);
+    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
+        pad_mirror(src, w);
+        int k = 0;
+        for (; k + 16 <= n; k += 16) {
+            const uint8_t *p = src + 2 * k;
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(p - 2)), b = _mm256_loadu_si256((const __m256i *)p);
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(p + 2));
+            const __m256i outer = _mm256_add_epi16(_mm256_and_si256(a, even), _mm256_and_si256(c, even));
+            const __m256i inner = _mm256_add_epi16(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
+            _mm256_storeu_si256((__m256i *)(dst + k),
+                                _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)),
+                                                 _mm256_mullo_epi16(_mm256_and_si256(b, even), centre)));
+        }
+        if (k < n) _mm_storeu_si128((__m128i *)(dst + k), reduce_h8<C>(src + 2 * k));
+    }
+}
+
 // reduce_v8 at 16 outputs per step (unpacks and packs stay in the 128-bit
 // halves, so the outputs come back in order).
 template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_avx2) {
@@ -215,6 +237,8 @@ void fusion_dsp_init_avx2(FusionDsp *dsp) {
     dsp->band_blend = band_blend_avx2;
     dsp->image_band_v = image_band_v_avx2;
     dsp->collapse_add_v = collapse_add_v_avx2;
+    dsp->weight_reduce_h = pyramid_reduce_h_avx2<54>;
+    dsp->image_reduce_h = pyramid_reduce_h_avx2<6>;
     dsp->weight_reduce_v = pyramid_reduce_v_avx2<54, 12>;
     dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_avx2;

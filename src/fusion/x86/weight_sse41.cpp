@@ -37,6 +37,14 @@ decl_weight_normalize_fn(weight_normalize_sse41) {
     }
 }
 
+template <int C> decl_reduce_h_fn(pyramid_reduce_h_sse41) {
+    const int n = (int)ceil8((unsigned)(w >> 1));
+    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
+        pad_mirror(src, w);
+        for (int k = 0; k < n; k += 8) _mm_storeu_si128((__m128i *)(dst + k), reduce_h8<C>(src + 2 * k));
+    }
+}
+
 template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_sse41) {
     for (int k = 0; k < out_h; ++k, dst += dst_stride) {
         const ReduceTaps tp = reduce_taps<C>(t, out_w, k, out_h);
@@ -67,6 +75,8 @@ decl_image_band_v_fn(image_band_v_sse41) {
 
 void fusion_dsp_init_sse41(FusionDsp *dsp) {
     dsp->image_band_v = image_band_v_sse41;
+    dsp->weight_reduce_h = pyramid_reduce_h_sse41<54>;
+    dsp->image_reduce_h = pyramid_reduce_h_sse41<6>;
     dsp->weight_reduce_v = pyramid_reduce_v_sse41<54, 12>;
     dsp->image_reduce_v = pyramid_reduce_v_sse41<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_sse41;
