@@ -18,9 +18,23 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
         reg_dsp_init_neon(&dsp->reg);
         ghost_dsp_init_neon(&dsp->ghost);
     }
-#else
-    (void)flags;
 #endif
+#if HDR_HAVE_X86
+    // Cumulative levels: each overlays the one below it.
+    if (flags & HDR_CPU_SSE41) {
+        fusion_dsp_init_sse41(&dsp->fusion);
+        chroma_dsp_init_sse41(&dsp->chroma);
+        tone_dsp_init_sse41(&dsp->tone);
+        reg_dsp_init_sse41(&dsp->reg);
+    }
+    if (flags & HDR_CPU_AVX2) {
+        fusion_dsp_init_avx2(&dsp->fusion);
+        chroma_dsp_init_avx2(&dsp->chroma);
+        tone_dsp_init_avx2(&dsp->tone);
+        reg_dsp_init_avx2(&dsp->reg);
+    }
+#endif
+    (void)flags;
 }
 
 static HdrDsp g_active;

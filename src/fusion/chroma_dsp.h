@@ -152,3 +152,5 @@ struct ChromaDsp {
 
 void chroma_dsp_init_c(ChromaDsp *dsp);
 void chroma_dsp_init_neon(ChromaDsp *dsp); // Arm builds and SIMDe test builds only
+void chroma_dsp_init_sse41(ChromaDsp *dsp); // x86-64 builds only
+void chroma_dsp_init_avx2(ChromaDsp *dsp);  // x86-64 builds only

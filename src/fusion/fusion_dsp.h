@@ -122,6 +122,8 @@ struct FusionDsp {
 
 void fusion_dsp_init_c(FusionDsp *dsp);
 void fusion_dsp_init_neon(FusionDsp *dsp); // Arm builds and SIMDe test builds only
+void fusion_dsp_init_sse41(FusionDsp *dsp); // x86-64 builds only
+void fusion_dsp_init_avx2(FusionDsp *dsp);  // x86-64 builds only
 
 // Reference kernels, defined beside their stages.  One reduce and one
 // expand_h reference serve both pyramids (see pyramid_rows.h).

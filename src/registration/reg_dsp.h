@@ -33,3 +33,5 @@ struct RegDsp {
 
 void reg_dsp_init_c(RegDsp *dsp);
 void reg_dsp_init_neon(RegDsp *dsp); // Arm builds and SIMDe test builds only
+void reg_dsp_init_sse41(RegDsp *dsp); // x86-64 builds only
+void reg_dsp_init_avx2(RegDsp *dsp);  // x86-64 builds only

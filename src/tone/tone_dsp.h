@@ -50,6 +50,8 @@ struct ToneDsp {
 
 void tone_dsp_init_c(ToneDsp *dsp);
 void tone_dsp_init_neon(ToneDsp *dsp); // Arm builds and SIMDe test builds only
+void tone_dsp_init_sse41(ToneDsp *dsp); // x86-64 builds only
+void tone_dsp_init_avx2(ToneDsp *dsp);  // x86-64 builds only
 
 // Shared by the reference and the SIMD kernels: one pixel's chroma gain.
 static inline int32_t tone_gain(int v, int y, int16_t L, int16_t U) {

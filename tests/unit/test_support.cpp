@@ -11,10 +11,13 @@
 std::vector<DspVariant> dsp_variants() {
     std::vector<DspVariant> v = {{"c", 0u}};
 #if defined(VARO_HDR_TEST_SIMDE_NEON)
-    v.push_back({"neon_simde", (unsigned)HDR_CPU_NEON});
+    const char *neon = "neon_simde";
 #else
-    if (hdr_cpu_flags() & HDR_CPU_NEON) v.push_back({"neon", (unsigned)HDR_CPU_NEON});
+    const char *neon = "neon";
 #endif
+    if (hdr_cpu_flags() & HDR_CPU_NEON) v.push_back({neon, (unsigned)HDR_CPU_NEON});
+    if (hdr_cpu_flags() & HDR_CPU_SSE41) v.push_back({"sse41", (unsigned)HDR_CPU_SSE41});
+    if (hdr_cpu_flags() & HDR_CPU_AVX2) v.push_back({"avx2", (unsigned)(HDR_CPU_SSE41 | HDR_CPU_AVX2)});
     return v;
 }
 

@@ -10,7 +10,8 @@
 #include "varo_hdr.h"
 
 // The kernel tables of this build, as instruction-set masks: "c" always, then
-// "neon" on Arm or "neon_simde" where the Arm kernels run through SIMDe.
+// "neon" on Arm or "neon_simde" where the Arm kernels run through SIMDe,
+// then "sse41" and "avx2" (cumulative) where the CPU has them.
 struct DspVariant {
     std::string name;
     unsigned mask;

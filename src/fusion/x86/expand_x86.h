@@ -1,0 +1,39 @@
+// Vertical expand of the luma band and collapse, shared by the SSE4.1 and
+// AVX2 files (internal copies per file).  Output row y takes scratch rows
+// ra, rb, rc with weights wa, wb, wc (zero weights repeat a used row).
+#pragma once
+#include <smmintrin.h>
+#include <stddef.h>
+#include <stdint.h>
+
+namespace {
+
+struct ExpandTaps {
+    int ra, rb, rc;
+    int16_t wa, wb, wc;
+};
+// The expand row rules for h >= 4 rows (hh = h >> 1 >= 2 scratch rows).
+inline ExpandTaps expand_taps(int y, int hh) {
+    const int j = y >> 1, last = hh - 1;
+    if (j > last) return {last, last, last, 0, 7, 0}; // the extra row of an odd height
+    if (j == 0) return (y & 1) ? ExpandTaps{0, 0, 1, 0, 4, 4} : ExpandTaps{0, 0, 1, 0, 7, 1};
+    if (j == last) return (y & 1) ? ExpandTaps{j, j, j, 0, 8, 0} : ExpandTaps{j - 1, j, j, 1, 7, 0};
+    return (y & 1) ? ExpandTaps{j, j, j + 1, 0, 4, 4} : ExpandTaps{j - 1, j, j + 1, 1, 6, 1};
+}
+
+// E of eight columns, 16-bit (wrapping for the collapse; the band's E is at
+// most 8 * 2040 and never wraps).
+inline __m128i expand_e8(const int16_t *a, const int16_t *b, const int16_t *c, __m128i wa, __m128i wb, __m128i wc) {
+    const __m128i pa = _mm_mullo_epi16(_mm_loadu_si128((const __m128i *)a), wa);
+    const __m128i pb = _mm_mullo_epi16(_mm_loadu_si128((const __m128i *)b), wb);
+    const __m128i pc = _mm_mullo_epi16(_mm_loadu_si128((const __m128i *)c), wc);
+    return _mm_add_epi16(_mm_add_epi16(pa, pb), pc);
+}
+
+// (E + 32) >> 6 of a signed 16-bit E, as if done in 32 bits: the rounding
+// carry is bit 5 of E.
+inline __m128i round_shift6(__m128i e) {
+    return _mm_add_epi16(_mm_srai_epi16(e, 6), _mm_and_si128(_mm_srli_epi16(e, 5), _mm_set1_epi16(1)));
+}
+
+} // namespace

@@ -1,0 +1,246 @@
+// AVX2 weight-map kernels: the SSE4.1 steps at twice the width.
+#include <immintrin.h>
+
+#include "fusion/fusion_dsp.h"
+#include "fusion/x86/expand_x86.h"
+#include "fusion/x86/reduce_x86.h"
+#include "fusion/x86/weight_x86.h"
+
+namespace {
+
+// curve16 over 32 bytes: vpshufb looks up within each 128-bit half, so every
+// table is broadcast to both halves.
+inline __m256i curve32(const uint8_t *curve, __m256i v) {
+    __m256i r = _mm256_setzero_si256();
+    const __m256i bias = _mm256_set1_epi8(0x70), step = _mm256_set1_epi8(16);
+    for (int k = 0; k < 16; ++k) {
+        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(curve + 16 * k)));
+        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(v, bias)));
+        v = _mm256_sub_epi8(v, step);
+    }
+    return r;
+}
+
+inline __m256i gate16(__m128i c16, const uint8_t *mask) {
+    const __m256i m = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)mask));
+    return _mm256_min_epu16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(c16), m), _mm256_set1_epi16(255));
+}
+
+// 16 u16 lanes back to 16 bytes in order.
+inline __m128i pack16(__m256i v) { return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)); }
+
+decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 32 <= n; x += 32) {
+            const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)(luma + x)));
+            _mm_storeu_si128((__m128i *)(dst + x), pack16(gate16(_mm256_castsi256_si128(c), mask + x)));
+            _mm_storeu_si128((__m128i *)(dst + x + 16), pack16(gate16(_mm256_extracti128_si256(c, 1), mask + x + 16)));
+        }
+        for (; x < n; x += 8) {
+            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
+        }
+        mask += n;
+        luma += next;
+        dst += next;
+    }
+}
+
+inline __m256i norm_scale16(__m256i w, __m256i q) {
+    const __m256i lo = _mm256_mullo_epi16(w, q), hi = _mm256_mulhi_epu16(w, q);
+    const __m256i t = _mm256_srli_epi16(_mm256_adds_epu16(lo, _mm256_set1_epi16(128)), 8);
+    const __m256i big = _mm256_andnot_si256(_mm256_cmpeq_epi16(hi, _mm256_setzero_si256()), _mm256_set1_epi16(255));
+    return _mm256_or_si256(t, big);
+}
+
+// recip4 over 8 sums.
+inline __m256i recip8(__m256i s32) {
+    const __m256 f = _mm256_cvtepi32_ps(_mm256_max_epi32(s32, _mm256_set1_epi32(1)));
+    return _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(65536.0f), f));
+}
+
+inline void normalize16(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
+    const __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
+    const __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
+    const __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
+    const __m256i s = _mm256_add_epi16(_mm256_add_epi16(a, b), c);
+    const __m256i qa = recip8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(s)));
+    const __m256i qb = recip8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(s, 1)));
+    // The pack works per 128-bit half: restore pixel order.
+    const __m256i q = _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8);
+    _mm_storeu_si128((__m128i *)w0, pack16(norm_scale16(a, q)));
+    _mm_storeu_si128((__m128i *)w1, pack16(norm_scale16(b, q)));
+    _mm_storeu_si128((__m128i *)w2, pack16(norm_scale16(c, q)));
+}
+
+decl_weight_normalize_fn(weight_normalize_avx2) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 16 <= n; x += 16) normalize16(w0 + x, w1 + x, w2 + x);
+        if (x < n) normalize8(w0 + x, w1 + x, w2 + x);
+        w0 += next;
+        w1 += next;
+        w2 += next;
+    }
+}
+
+inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
+
+// reduce_h8 at 16 outputs per step: the 16-bit lanes never cross the
+// 128-bit halves, so the outputs come out in order.
+template <int C> decl_reduce_h_fn(pyramid_reduce_h_avx2) {
+    const int n = (int)ceil8((unsigned)(w >> 1));
+    const __m256i even = _mm256_set1_epi16(0xFF), centre = _mm256_set1_epi16(C);
+    for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
+        pad_mirror(src, w);
+        int k = 0;
+        for (; k + 16 <= n; k += 16) {
+            const uint8_t *p = src + 2 * k;
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(p - 2)), b = _mm256_loadu_si256((const __m256i *)p);
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(p + 2));
+            const __m256i outer = _mm256_add_epi16(_mm256_and_si256(a, even), _mm256_and_si256(c, even));
+            const __m256i inner = _mm256_add_epi16(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
+            _mm256_storeu_si256((__m256i *)(dst + k),
+                                _mm256_add_epi16(_mm256_add_epi16(outer, _mm256_slli_epi16(inner, 2)),
+                                                 _mm256_mullo_epi16(_mm256_and_si256(b, even), centre)));
+        }
+        if (k < n) _mm_storeu_si128((__m128i *)(dst + k), reduce_h8<C>(src + 2 * k));
+    }
+}
+
+// reduce_v8 at 16 outputs per step (unpacks and packs stay in the 128-bit
+// halves, so the outputs come back in order).
+template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_avx2) {
+    const __m256i one = _mm256_set1_epi16(1);
+    for (int k = 0; k < out_h; ++k, dst += dst_stride) {
+        const ReduceTaps tp = reduce_taps<C>(t, out_w, k, out_h);
+        const __m256i w01 = mul_pair256(tp.w[0], tp.w[1]), w23 = mul_pair256(tp.w[2], tp.w[3]);
+        const __m256i w4r = mul_pair256(tp.w[4], 1 << (Shift - 1));
+        int x = 0;
+        for (; x + 16 <= out_w; x += 16) {
+            const __m256i a = _mm256_loadu_si256((const __m256i *)(tp.r[0] + x));
+            const __m256i b = _mm256_loadu_si256((const __m256i *)(tp.r[1] + x));
+            const __m256i c = _mm256_loadu_si256((const __m256i *)(tp.r[2] + x));
+            const __m256i d = _mm256_loadu_si256((const __m256i *)(tp.r[3] + x));
+            const __m256i e = _mm256_loadu_si256((const __m256i *)(tp.r[4] + x));
+            __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpacklo_epi16(c, d), w23));
+            __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), w01),
+                                          _mm256_madd_epi16(_mm256_unpackhi_epi16(c, d), w23));
+            lo = _mm256_srli_epi32(_mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(e, one), w4r)), Shift);
+            hi = _mm256_srli_epi32(_mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(e, one), w4r)), Shift);
+            _mm_storeu_si128((__m128i *)(dst + x), pack16(_mm256_packus_epi32(lo, hi)));
+        }
+        if (x < out_w)
+            _mm_storel_epi64((__m128i *)(dst + x), reduce_v8<Shift>(tp, x, _mm256_castsi256_si128(w01), _mm256_castsi256_si128(w23),
+                                                                     _mm256_castsi256_si128(w4r)));
+    }
+}
+
+// expand_e8 and round_shift6 at 16 columns per step.
+inline __m256i expand_e16(const int16_t *a, const int16_t *b, const int16_t *c, __m256i wa, __m256i wb, __m256i wc) {
+    const __m256i pa = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)a), wa);
+    const __m256i pb = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)b), wb);
+    const __m256i pc = _mm256_mullo_epi16(_mm256_loadu_si256((const __m256i *)c), wc);
+    const __m256i e = _mm256_add_epi16(_mm256_add_epi16(pa, pb), pc);
+    return _mm256_add_epi16(_mm256_srai_epi16(e, 6), _mm256_and_si256(_mm256_srli_epi16(e, 5), _mm256_set1_epi16(1)));
+}
+
+decl_image_band_v_fn(image_band_v_avx2) {
+    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    const int16_t *s = (const int16_t *)hs;
+    for (int y = 0; y < h; ++y) {
+        const ExpandTaps t = expand_taps(y, hh);
+        const int16_t *a = s + t.ra * w8, *b = s + t.rb * w8, *c = s + t.rc * w8;
+        const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
+        const uint8_t *gr = g + y * g_stride;
+        int16_t *d = band + y * band_stride;
+        int x = 0;
+        for (; x + 16 <= w8; x += 16) {
+            const __m256i gv = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)(gr + x)));
+            _mm256_storeu_si256((__m256i *)(d + x), _mm256_sub_epi16(gv, expand_e16(a + x, b + x, c + x, wa, wb, wc)));
+        }
+        if (x < w8) {
+            const __m128i e = round_shift6(expand_e8(a + x, b + x, c + x, _mm256_castsi256_si128(wa),
+                                                     _mm256_castsi256_si128(wb), _mm256_castsi256_si128(wc)));
+            const __m128i gv = _mm_cvtepu8_epi16(_mm_loadl_epi64((const __m128i *)(gr + x)));
+            _mm_storeu_si128((__m128i *)(d + x), _mm_sub_epi16(gv, e));
+        }
+    }
+}
+
+decl_collapse_add_v_fn(collapse_add_v_avx2) {
+    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    for (int y = 0; y < h; ++y) {
+        const ExpandTaps t = expand_taps(y, hh);
+        const int16_t *a = hs + t.ra * w8, *b = hs + t.rb * w8, *c = hs + t.rc * w8;
+        const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
+        int16_t *d = l + y * l_stride;
+        int x = 0;
+        for (; x + 16 <= w8; x += 16)
+            _mm256_storeu_si256((__m256i *)(d + x), _mm256_add_epi16(_mm256_loadu_si256((const __m256i *)(d + x)),
+                                                                     expand_e16(a + x, b + x, c + x, wa, wb, wc)));
+        if (x < w8) {
+            const __m128i e = round_shift6(expand_e8(a + x, b + x, c + x, _mm256_castsi256_si128(wa),
+                                                     _mm256_castsi256_si128(wb), _mm256_castsi256_si128(wc)));
+            _mm_storeu_si128((__m128i *)(d + x), _mm_add_epi16(_mm_loadu_si128((const __m128i *)(d + x)), e));
+        }
+    }
+}
+
+// Blend of 16 columns: the three products and the rounding constant summed
+// by multiply-adds (|sum| < 2^31), the low 16 bits of the shift kept.
+inline void blend16(int16_t *b0, const int16_t *b1, const int16_t *b2, const uint8_t *w0, const uint8_t *w1,
+                    const uint8_t *w2) {
+    const __m256i a = _mm256_loadu_si256((const __m256i *)b0), b = _mm256_loadu_si256((const __m256i *)b1);
+    const __m256i c = _mm256_loadu_si256((const __m256i *)b2);
+    const __m256i wa = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
+    const __m256i wb = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
+    const __m256i wc = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
+    const __m256i one = _mm256_set1_epi16(1), round = _mm256_set1_epi16(128), low = _mm256_set1_epi32(0xFFFF);
+    __m256i lo = _mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), _mm256_unpacklo_epi16(wa, wb));
+    __m256i hi = _mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), _mm256_unpackhi_epi16(wa, wb));
+    lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(c, one), _mm256_unpacklo_epi16(wc, round)));
+    hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(c, one), _mm256_unpackhi_epi16(wc, round)));
+    lo = _mm256_and_si256(_mm256_srai_epi32(lo, 8), low);
+    hi = _mm256_and_si256(_mm256_srai_epi32(hi, 8), low);
+    _mm256_storeu_si256((__m256i *)b0, _mm256_packus_epi32(lo, hi));
+}
+
+decl_band_blend_fn(band_blend_avx2) {
+    for (int y = 0; y < h; ++y) {
+        int x = 0;
+        for (; x + 16 <= w8; x += 16) blend16(b0 + x, b1 + x, b2 + x, w0 + x, w1 + x, w2 + x);
+        // The last 8 columns of an odd count of 8-groups, one at a time as
+        // the reference does them.
+        for (; x < w8; ++x) {
+            const int32_t a = w0[x] * b0[x] + w1[x] * b1[x] + w2[x] * b2[x];
+            b0[x] = (int16_t)(uint16_t)((a + 128) >> 8);
+        }
+        b0 += bstride;
+        b1 += bstride;
+        b2 += bstride;
+        w0 += wstride;
+        w1 += wstride;
+        w2 += wstride;
+    }
+}
+
+} // namespace
+
+void fusion_dsp_init_avx2(FusionDsp *dsp) {
+    dsp->band_blend = band_blend_avx2;
+    dsp->image_band_v = image_band_v_avx2;
+    dsp->collapse_add_v = collapse_add_v_avx2;
+    dsp->weight_reduce_h = pyramid_reduce_h_avx2<54>;
+    dsp->image_reduce_h = pyramid_reduce_h_avx2<6>;
+    dsp->weight_reduce_v = pyramid_reduce_v_avx2<54, 12>;
+    dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
+    dsp->weight_well_exposed = weight_well_exposed_avx2;
+    dsp->weight_normalize = weight_normalize_avx2;
+}
