@@ -573,9 +573,13 @@ bool load_inputs(const Options &opt, Inputs *in, std::string *err) {
             w &= ~1;
             h &= ~1;
         }
-        if (!fits(w, h) && !opt.width && fits(h, w)) {
-            // A picture stored upright in portrait: merged in the sensor's
-            // landscape orientation, turned back on output.
+        // A picture stored upright in portrait is merged in the sensor's
+        // landscape orientation and turned back on output: when it would not
+        // fit the library otherwise, or when --size asks for the other
+        // orientation (so that --size 4160x3120 gives 4160x3120).
+        const bool turn = opt.width ? (w > h) != (opt.width > opt.height) && w != h && opt.width != opt.height
+                                    : !fits(w, h) && fits(h, w);
+        if (turn) {
             for (int f = 0; f < 3; ++f) r.frame[f] = varo_io::rotate90(r.frame[f], true);
             std::swap(w, h);
             r.turned = true;
@@ -617,14 +621,12 @@ bool write_default_bracket(const std::string &dir, std::string *err) {
     return true;
 }
 
-size_t frame_slack_bytes(int width) { return (size_t)126 * width + 126; }
-
 void FrameBuffer::Free::operator()(uint8_t *p) const { free(p); }
 
 FrameBuffer::FrameBuffer(int width, int height) : width_(width), height_(height) {
     const size_t planes = (size_t)width * height + (size_t)width * (height / 2);
     // Camera buffers are cache-line aligned; so are these.
-    bytes_ = (planes + frame_slack_bytes(width) + 63) & ~(size_t)63;
+    bytes_ = (planes + 63) & ~(size_t)63;
     mem_.reset((uint8_t *)aligned_alloc(64, bytes_));
     if (!mem_) {
         fprintf(stderr, "varo_hdr_merge: out of memory for a %dx%d frame\n", width, height);

@@ -86,12 +86,8 @@ bool load_inputs(const Options &opt, Inputs *in, std::string *err);
 // Writes the built-in bracket as he.png, le.png and ae.png into dir.
 bool write_default_bracket(const std::string &dir, std::string *err);
 
-// Bytes the merge may read beyond the end of a frame's planes: its filters
-// and the registered copies run up to 126 rows and 126 bytes past a plane.
-size_t frame_slack_bytes(int width);
-
-// One frame as the library wants it: luma then chroma in one block, followed
-// by frame_slack_bytes() of zeroed, readable slack.
+// One frame as the library wants it: luma then chroma in one block (the
+// library reads nothing past the planes).
 class FrameBuffer {
   public:
     FrameBuffer(int width, int height);
