@@ -39,19 +39,7 @@ decl_tone_map_fn(tone_map_c) {
         uint8_t *o0 = out_luma + 2 * r * out_pitch, *o1 = o0 + out_pitch;
         const int16_t *cin = chroma + r * chroma_stride;
         uint8_t *cout = out_chroma + r * out_pitch;
-        for (int x = 0; x < width8; x += 2) {
-            int32_t S = 0;
-            for (int k = 0; k < 4; ++k) {
-                const int col = x + (k & 1);
-                const int v = k < 2 ? l0[col] : l1[col];
-                const int vc = v < c->lo ? c->lo : v > c->hi ? c->hi : v;
-                const int y = c->lut[vc - c->lo];
-                (k < 2 ? o0 : o1)[col] = (uint8_t)y;
-                S += vc == v ? c->gain[vc - c->lo] : tone_gain(v, y, c->low_anchor, c->high_anchor);
-            }
-            cout[x] = tone_chroma(cin[x], S);
-            cout[x + 1] = tone_chroma(cin[x + 1], S);
-        }
+        tone_map_cols(o0, o1, cout, l0, l1, cin, 0, width8, c);
     }
 }
 

@@ -75,6 +75,28 @@ static inline uint8_t tone_chroma(int16_t d, int32_t S) {
     return (uint8_t)(r < 0 ? 0 : r > 255 ? 255 : r);
 }
 
+// Columns x0 .. x1 - 1 (x0 even) of one row pair: the four luma values of
+// each 2x2 block through the curve, and the block's chroma pair by their
+// summed gain.  The reference, and the SIMD kernels' columns that leave the
+// curve's range.
+static inline void tone_map_cols(uint8_t *o0, uint8_t *o1, uint8_t *cout, const int16_t *l0,
+                                 const int16_t *l1, const int16_t *cin, int x0, int x1,
+                                 const ToneCurve *c) {
+    for (int x = x0; x < x1; x += 2) {
+        int32_t S = 0;
+        for (int k = 0; k < 4; ++k) {
+            const int col = x + (k & 1);
+            const int v = k < 2 ? l0[col] : l1[col];
+            const int vc = v < c->lo ? c->lo : v > c->hi ? c->hi : v;
+            const int y = c->lut[vc - c->lo];
+            (k < 2 ? o0 : o1)[col] = (uint8_t)y;
+            S += vc == v ? c->gain[vc - c->lo] : tone_gain(v, y, c->low_anchor, c->high_anchor);
+        }
+        cout[x] = tone_chroma(cin[x], S);
+        cout[x + 1] = tone_chroma(cin[x + 1], S);
+    }
+}
+
 // The gain only depends on v (y is a function of v), so inside the curve's
 // input range it is computed once per value instead of once per pixel.
 static inline void tone_gain_table(int32_t *gain, const uint8_t *lut, int lo, int hi, int16_t L,

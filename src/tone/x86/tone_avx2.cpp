@@ -8,24 +8,6 @@
 
 namespace {
 
-// The reference's per-column rules, for columns x0 .. x1 - 1 (even x0).
-void map_cols_scalar(uint8_t *o0, uint8_t *o1, uint8_t *cout, const int16_t *l0, const int16_t *l1,
-                     const int16_t *cin, int x0, int x1, const ToneCurve *c) {
-    for (int x = x0; x < x1; x += 2) {
-        int32_t S = 0;
-        for (int k = 0; k < 4; ++k) {
-            const int col = x + (k & 1);
-            const int v = k < 2 ? l0[col] : l1[col];
-            const int vc = v < c->lo ? c->lo : v > c->hi ? c->hi : v;
-            const int y = c->lut[vc - c->lo];
-            (k < 2 ? o0 : o1)[col] = (uint8_t)y;
-            S += vc == v ? c->gain[vc - c->lo] : tone_gain(v, y, c->low_anchor, c->high_anchor);
-        }
-        cout[x] = tone_chroma(cin[x], S);
-        cout[x + 1] = tone_chroma(cin[x + 1], S);
-    }
-}
-
 // 16 lanes of 0..65535 (as 32-bit halves a: lanes 0..7, b: 8..15) to 16-bit
 // lanes in order: the pack interleaves the 128-bit halves.
 inline __m256i pack32to16(__m256i a, __m256i b) { return _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8); }
@@ -78,7 +60,7 @@ decl_tone_map_fn(tone_map_avx2) {
         for (int x = 0; x < n16; x += 16) {
             Row16 r0, r1;
             if (!row_indices(&r0, l0 + x, lo, hi) || !row_indices(&r1, l1 + x, lo, hi)) {
-                map_cols_scalar(o0, o1, cout, l0, l1, cin, x, x + 16, c);
+                tone_map_cols(o0, o1, cout, l0, l1, cin, x, x + 16, c);
                 continue;
             }
             __m256i g0a, g0b, g1a, g1b;
@@ -95,7 +77,7 @@ decl_tone_map_fn(tone_map_avx2) {
             const __m256i u = _mm256_add_epi16(pack32to16(ta, tb), _mm256_set1_epi16(256));
             _mm_storeu_si128((__m128i *)(cout + x), pack16to8(_mm256_srai_epi16(u, 1)));
         }
-        map_cols_scalar(o0, o1, cout, l0, l1, cin, n16, width8, c);
+        tone_map_cols(o0, o1, cout, l0, l1, cin, n16, width8, c);
     }
 }
 
