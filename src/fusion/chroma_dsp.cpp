@@ -82,7 +82,7 @@ decl_chroma_expand_band_fn(chroma_expand_band_c) {
             for (int i = 0; i < n; ++i) b[i] = 0;
             continue;
         }
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const int8_t *gr = g + y * g_stride;
         for (int i = 0; i < n; ++i) {
@@ -120,7 +120,7 @@ decl_chroma_collapse_v_fn(chroma_collapse_v_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         int16_t *d = dst + y * stride;
         for (int i = 0; i < n; ++i) {

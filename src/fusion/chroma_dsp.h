@@ -11,6 +11,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "fusion/fusion_dsp.h"
+
 // In-place row pads of a pair-interleaved row of `pairs` pairs, each
 // component padded with itself, written in this order by every variant:
 // the reduce mirrors about the end pairs, the expand repeats them.
@@ -123,20 +125,6 @@ typedef decl_chroma_collapse_h_fn(*chroma_collapse_h_fn);
 #define decl_chroma_collapse_v_fn(name) void (name)(int16_t *dst, ptrdiff_t stride, \
     const int16_t *h, int values, int rows)
 typedef decl_chroma_collapse_v_fn(*chroma_collapse_v_fn);
-
-// Rows of h and their weights for output row y of a vertical expand with
-// repeated edges (E = wa h[ra] + wb h[rb] + wc h[rc]); the extra row of an odd
-// row count is 7 h[last].  Shared by the 8- and 16-bit expands of every variant.
-struct ChromaExpandTaps {
-    int ra, rb, rc;
-    int16_t wa, wb, wc;
-};
-static inline ChromaExpandTaps chroma_expand_taps(int y, int hrows) {
-    const int j = y >> 1, last = hrows - 1;
-    if (j > last) return {last, last, last, 0, 7, 0};
-    if (y & 1) return {j, j, j + 1 > last ? last : j + 1, 0, 4, 4};
-    return {j > 0 ? j - 1 : 0, j, j + 1 > last ? last : j + 1, 1, 6, 1};
-}
 
 struct ChromaDsp {
     chroma_copy_flip_fn copy_flip;

@@ -105,6 +105,21 @@ typedef decl_collapse_expand_h_fn(*collapse_expand_h_fn);
     const int16_t *hs, int w, int h)
 typedef decl_collapse_add_v_fn(*collapse_add_v_fn);
 
+// Rows of h and their weights for output row y of a vertical expand with
+// repeated edges (E = wa h[ra] + wb h[rb] + wc h[rc]); the extra row of an odd
+// row count is 7 h[last].  Shared by the luma and chroma expands of every
+// variant, 8- and 16-bit.
+struct ExpandTaps {
+    int ra, rb, rc;
+    int16_t wa, wb, wc;
+};
+static inline ExpandTaps expand_taps(int y, int hrows) {
+    const int j = y >> 1, last = hrows - 1;
+    if (j > last) return {last, last, last, 0, 7, 0};
+    if (y & 1) return {j, j, j + 1 > last ? last : j + 1, 0, 4, 4};
+    return {j > 0 ? j - 1 : 0, j, j + 1 > last ? last : j + 1, 1, 6, 1};
+}
+
 struct FusionDsp {
     weight_well_exposed_fn weight_well_exposed;
     weight_normalize_fn weight_normalize;

@@ -115,7 +115,7 @@ decl_chroma_expand_band_fn(chroma_expand_band_neon) {
             for (int i = 0; i < n; i += 8) vst1q_s16(b + i, vdupq_n_s16(0));
             continue;
         }
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const int8_t *gr = g + y * g_stride;
         for (int i = 0; i < n; i += 8) {

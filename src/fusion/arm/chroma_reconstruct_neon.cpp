@@ -62,7 +62,7 @@ decl_chroma_collapse_v_fn(chroma_collapse_v_neon) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         int16_t *d = dst + y * stride;
         for (int i = 0; i < n; i += 8) {

@@ -69,7 +69,7 @@ decl_chroma_expand_band_fn(chroma_expand_band_avx2) {
             memset(b, 0, (size_t)n * sizeof *b);
             continue;
         }
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const int8_t *gr = g + y * g_stride;
         const __m256i wab = taps2(t.wa, t.wb), wc32 = taps2(t.wc, 32);
@@ -152,7 +152,7 @@ inline __m256i collapse_e16(const int16_t *a, const int16_t *b, const int16_t *c
 decl_chroma_collapse_v_fn(chroma_collapse_v_avx2) {
     const int n = (values + 7) & ~7, hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
         int16_t *d = dst + y * stride;

@@ -49,7 +49,7 @@ decl_chroma_expand_band_fn(chroma_expand_band_sse41) {
             memset(b, 0, (size_t)n * sizeof *b);
             continue;
         }
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const int8_t *gr = g + y * g_stride;
         const __m128i wab = taps2_128(t.wa, t.wb), wc32 = taps2_128(t.wc, 32);
@@ -77,7 +77,7 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
 decl_chroma_collapse_v_fn(chroma_collapse_v_sse41) {
     const int n = (values + 7) & ~7, hrows = rows >> 1;
     for (int y = 0; y < rows; ++y) {
-        const ChromaExpandTaps t = chroma_expand_taps(y, hrows);
+        const ExpandTaps t = expand_taps(y, hrows);
         const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
         const __m128i wa = _mm_set1_epi16(t.wa), wb = _mm_set1_epi16(t.wb), wc = _mm_set1_epi16(t.wc);
         int16_t *d = dst + y * stride;

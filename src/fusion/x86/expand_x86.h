@@ -1,25 +1,14 @@
 // Vertical expand of the luma band and collapse, shared by the SSE4.1 and
 // AVX2 files (internal copies per file).  Output row y takes scratch rows
-// ra, rb, rc with weights wa, wb, wc (zero weights repeat a used row).
+// ra, rb, rc with weights wa, wb, wc (expand_taps).
 #pragma once
 #include <smmintrin.h>
 #include <stddef.h>
 #include <stdint.h>
 
-namespace {
+#include "fusion/fusion_dsp.h"
 
-struct ExpandTaps {
-    int ra, rb, rc;
-    int16_t wa, wb, wc;
-};
-// The expand row rules for h >= 4 rows (hh = h >> 1 >= 2 scratch rows).
-inline ExpandTaps expand_taps(int y, int hh) {
-    const int j = y >> 1, last = hh - 1;
-    if (j > last) return {last, last, last, 0, 7, 0}; // the extra row of an odd height
-    if (j == 0) return (y & 1) ? ExpandTaps{0, 0, 1, 0, 4, 4} : ExpandTaps{0, 0, 1, 0, 7, 1};
-    if (j == last) return (y & 1) ? ExpandTaps{j, j, j, 0, 8, 0} : ExpandTaps{j - 1, j, j, 1, 7, 0};
-    return (y & 1) ? ExpandTaps{j, j, j + 1, 0, 4, 4} : ExpandTaps{j - 1, j, j + 1, 1, 6, 1};
-}
+namespace {
 
 // E of eight columns, 16-bit (wrapping for the collapse; the band's E is at
 // most 8 * 2040 and never wraps).
