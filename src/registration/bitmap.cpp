@@ -8,15 +8,51 @@ namespace {
 
 enum { kLevels = VARO_HDR_BITMAP_LEVELS, kMarginRows = 64, kMarginPairs = 2 };
 
-// Levels 0..3: every crop row whose index is a multiple of 2^L feeds level L.
+// Levels 0..3 in one pass, one counter increment per crop pixel: pixel
+// (y, x) belongs to levels 0 .. min(rank(y), rank(x)), rank(i) being the
+// number of trailing zero bits of i capped at 3.  It is counted once, in
+// cell 1 + that minimum (cell 0 for odd x), and level L's histogram is the
+// sum of cells 1 + L .. 4 (level 0 adds cell 0).  Neighbouring pixels fall
+// into different cells, which also keeps runs of equal values from
+// serialising on one counter.
+enum { kCells = 5 };
+
+template <int Rank>
+void count_row(const uint8_t *row, uint32_t cw, uint32_t cell[kCells][256]) {
+    constexpr int c0 = 1 + Rank, c2 = 1 + (Rank < 1 ? Rank : 1), c4 = 1 + (Rank < 2 ? Rank : 2);
+    for (uint32_t x = 0; x < cw; x += 8) { // cw is a multiple of 64
+        const uint8_t *p = row + x;
+        ++cell[c0][p[0]];
+        ++cell[0][p[1]];
+        ++cell[c2][p[2]];
+        ++cell[0][p[3]];
+        ++cell[c4][p[4]];
+        ++cell[0][p[5]];
+        ++cell[c2][p[6]];
+        ++cell[0][p[7]];
+    }
+}
+
 void count_levels_0_3(const uint8_t *crop, uint32_t stride, uint32_t cw, uint32_t ch,
                       uint32_t hist[kLevels][256]) {
-    for (uint32_t y = 0; y < ch; ++y) {
+    uint32_t cell[kCells][256];
+    memset(cell, 0, sizeof(cell));
+    for (uint32_t y = 0; y < ch; y += 8) { // ch is a multiple of 64
         const uint8_t *row = crop + (size_t)y * stride;
-        for (int L = 0; L < 4; ++L) {
-            if (y & ((1u << L) - 1)) break;
-            for (uint32_t x = 0; x < cw; x += 1u << L) ++hist[L][row[x]];
-        }
+        count_row<3>(row, cw, cell);
+        count_row<0>(row + stride, cw, cell);
+        count_row<1>(row + 2 * stride, cw, cell);
+        count_row<0>(row + 3 * stride, cw, cell);
+        count_row<2>(row + 4 * stride, cw, cell);
+        count_row<0>(row + 5 * stride, cw, cell);
+        count_row<1>(row + 6 * stride, cw, cell);
+        count_row<0>(row + 7 * stride, cw, cell);
+    }
+    for (int v = 0; v < 256; ++v) {
+        hist[3][v] = cell[4][v];
+        hist[2][v] = hist[3][v] + cell[3][v];
+        hist[1][v] = hist[2][v] + cell[2][v];
+        hist[0][v] = hist[1][v] + cell[1][v] + cell[0][v];
     }
 }
 
