@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include "common/dsp.h"
+#include "registration/bitmap.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -78,8 +79,8 @@ uint8_t level_median(const uint32_t hist[256], uint32_t half) {
 
 } // namespace
 
-extern "C" VARO_HDR_API int BitmapCalc(const uint8_t *luma, uint32_t width, uint32_t height,
-                                       HdrBitmapLevel *pyramid) {
+int bitmap_calc(const uint8_t *luma, uint32_t width, uint32_t height, HdrBitmapLevel *pyramid,
+                bool whole_buffers) {
     // A centred crop of three quarters of each side, whole multiples of 64
     // so that every level keeps an integer size down to level 5.
     const uint32_t cw = ((3 * width) >> 8) * 64;
@@ -107,8 +108,14 @@ extern "C" VARO_HDR_API int BitmapCalc(const uint8_t *luma, uint32_t width, uint
         lv.bits = (uint32_t *)(lv.buffer + (size_t)kMarginRows * lv.stride_words * 8 +
                                kMarginPairs * 8);
         // Zero margins let the offset search read up to 63 pixels outside
-        // the level without bounds checks.
-        memset(lv.buffer, 0, lv.buffer_bytes);
+        // the level without bounds checks.  Its reads stay within the
+        // 64 + rows + 64 rows of this size's stride.
+        size_t bytes = lv.buffer_bytes;
+        if (!whole_buffers) {
+            const size_t used = ((size_t)lv.rows + 2 * kMarginRows) * lv.stride_words * 8;
+            if (used < bytes) bytes = used;
+        }
+        memset(lv.buffer, 0, bytes);
     }
     if (ch == 0) return 0;
 
@@ -120,4 +127,9 @@ extern "C" VARO_HDR_API int BitmapCalc(const uint8_t *luma, uint32_t width, uint
                               lv.bits + (size_t)r * lv.stride_words * 2);
     }
     return 0;
+}
+
+extern "C" VARO_HDR_API int BitmapCalc(const uint8_t *luma, uint32_t width, uint32_t height,
+                                       HdrBitmapLevel *pyramid) {
+    return bitmap_calc(luma, width, height, pyramid, true);
 }
