@@ -5,39 +5,97 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-// 256-entry byte lookup from eight 32-byte tables: vtbl gives 0 and vtbx
-// keeps the lane for indices beyond 31, and every step moves the index down
-// by 32 (wrapping the done lanes out of range).
 namespace {
-struct Lut256 {
-    uint8x8x4_t part[8];
-    explicit Lut256(const uint8_t *t) {
-        for (int i = 0; i < 8; ++i)
-            for (int j = 0; j < 4; ++j) part[i].val[j] = vld1_u8(t + 32 * i + 8 * j);
+
+// The 32-entry parts of a curve that a lookup must visit.  Parts outside
+// first .. first + count - 1 all hold the single value `fill`.  A curve with
+// curve[y] == curve[255 - y] (the normal exposure's bell) is looked up at
+// min(y, 255 - y), which only needs parts 0..3.
+struct CurveParts {
+    int first, count;
+    uint8_t fill;
+    bool fold;
+};
+
+CurveParts curve_parts(const uint8_t *curve) {
+    bool fold = true;
+    for (int y = 0; y < 128; ++y) fold = fold && curve[y] == curve[255 - y];
+    if (fold) return {0, 4, 0, true};
+    CurveParts best = {0, 8, 0, false};
+    const uint8_t ends[2] = {curve[0], curve[255]};
+    for (const uint8_t v : ends) {
+        int first = 0, last = 255;
+        while (first < 256 && curve[first] == v) ++first;
+        while (last >= first && curve[last] == v) --last;
+        if (first > last) return {0, 1, v, false}; // a constant curve
+        const int p0 = first >> 5, n = (last >> 5) - p0 + 1;
+        if (n < best.count) best = {p0, n, v, false};
     }
-    uint8x8_t operator()(uint8x8_t idx) const {
+    return best;
+}
+
+// Byte lookup in Parts consecutive 32-entry tables from part `first` on:
+// vtbx keeps the lane (the fill value) for indices past 31, and each step
+// moves the index down by 32, so a lane matches only its own part (an index
+// below the first part wraps to 256 - 32 * k and never returns into 0..31
+// within the 8 - first parts that follow).
+template <int Parts, bool Fold>
+struct CurveLut {
+    uint8x8x4_t part[Parts];
+    uint8x8_t base, fill;
+    CurveLut(const uint8_t *curve, const CurveParts &cp) {
+        for (int i = 0; i < Parts; ++i)
+            for (int j = 0; j < 4; ++j) part[i].val[j] = vld1_u8(curve + 32 * (cp.first + i) + 8 * j);
+        base = vdup_n_u8((uint8_t)(32 * cp.first));
+        fill = vdup_n_u8(cp.fill);
+    }
+    uint8x8_t operator()(uint8x8_t y) const {
         const uint8x8_t k32 = vdup_n_u8(32);
-        uint8x8_t r = vtbl4_u8(part[0], idx);
-        for (int i = 1; i < 8; ++i) {
+        uint8x8_t idx = vsub_u8(Fold ? vmin_u8(y, vmvn_u8(y)) : y, base);
+        uint8x8_t r = vtbx4_u8(fill, part[0], idx);
+        for (int i = 1; i < Parts; ++i) {
             idx = vsub_u8(idx, k32);
             r = vtbx4_u8(r, part[i], idx);
         }
         return r;
     }
 };
-} // namespace
 
-decl_weight_well_exposed_fn(weight_well_exposed_neon) {
-    const Lut256 lut(curve);
+template <class Lut>
+void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
+                       const Lut &lut, int width, int height) {
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
-        for (int x = 0; x < n; x += 8) {
-            uint8x8_t t = lut(vld1_u8(luma + x));
-            vst1_u8(dst + x, vqmovn_u16(vmull_u8(t, vld1_u8(mask + x)))); // min(255, t * m)
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            const uint8x16_t y = vld1q_u8(luma + x), m = vld1q_u8(mask + x);
+            const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
+            // min(255, t * m)
+            vst1q_u8(dst + x, vcombine_u8(vqmovn_u16(vmull_u8(lo, vget_low_u8(m))),
+                                          vqmovn_u16(vmull_u8(hi, vget_high_u8(m)))));
         }
+        if (x < n) vst1_u8(dst + x, vqmovn_u16(vmull_u8(lut(vld1_u8(luma + x)), vld1_u8(mask + x))));
         mask += n;
         luma += n + (stride - width);
         dst += n + (stride - width);
+    }
+}
+
+} // namespace
+
+decl_weight_well_exposed_fn(weight_well_exposed_neon) {
+    CurveParts cp = curve_parts(curve);
+    // Fewer parts run faster; more than 5 cost as much as all 8.
+    if (cp.fold) {
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<4, true>(curve, cp), width, height);
+    } else if (cp.count <= 4) {
+        if (cp.first > 4) cp.first = 4;
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<4, false>(curve, cp), width, height);
+    } else if (cp.count == 5) {
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<5, false>(curve, cp), width, height);
+    } else {
+        cp.first = 0;
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<8, false>(curve, cp), width, height);
     }
 }
 
