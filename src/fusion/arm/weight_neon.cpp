@@ -99,36 +99,48 @@ decl_weight_well_exposed_fn(weight_well_exposed_neon) {
     }
 }
 
-// (w * q + 128) >> 8 kept to 16 bits, then saturated to a byte.
-static inline uint8x8_t scale_weight(uint8x8_t w, uint16x8_t q) {
-    uint16x8_t w16 = vmovl_u8(w);
-    uint16x4_t lo = vrshrn_n_u32(vmull_u16(vget_low_u16(w16), vget_low_u16(q)), 8);
-    uint16x4_t hi = vrshrn_n_u32(vmull_u16(vget_high_u16(w16), vget_high_u16(q)), 8);
-    return vqmovn_u16(vcombine_u16(lo, hi));
+// min(255, (w * q + 128) >> 8) with q = 256 qh + ql split into bytes:
+// w * q = 256 w qh + w ql, so the rounded shift is w qh + ((w ql + 128) >> 8)
+// exactly; both products fit 16 bits and their sum stays below 65280.
+static inline uint8x8_t scale_weight(uint8x8_t w, uint8x8_t qh, uint8x8_t ql) {
+    return vqmovn_u16(vaddw_u8(vmull_u8(w, qh), vrshrn_n_u16(vmull_u8(w, ql), 8)));
+}
+
+// The reciprocals of eight sums; the table has no vector gather.
+static inline uint16x8_t reciprocals(uint16x8_t sum) {
+    uint16_t s[8];
+    vst1q_u16(s, sum);
+    uint16x8_t q = vdupq_n_u16(0);
+    q = vld1q_lane_u16(&weight_int_tab[s[0]], q, 0);
+    q = vld1q_lane_u16(&weight_int_tab[s[1]], q, 1);
+    q = vld1q_lane_u16(&weight_int_tab[s[2]], q, 2);
+    q = vld1q_lane_u16(&weight_int_tab[s[3]], q, 3);
+    q = vld1q_lane_u16(&weight_int_tab[s[4]], q, 4);
+    q = vld1q_lane_u16(&weight_int_tab[s[5]], q, 5);
+    q = vld1q_lane_u16(&weight_int_tab[s[6]], q, 6);
+    q = vld1q_lane_u16(&weight_int_tab[s[7]], q, 7);
+    return q;
+}
+
+static inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
+    const uint8x8_t a = vld1_u8(w0), b = vld1_u8(w1), c = vld1_u8(w2);
+    const uint16x8_t q = reciprocals(vaddw_u8(vaddl_u8(a, b), c));
+    const uint8x8_t qh = vshrn_n_u16(q, 8), ql = vmovn_u16(q);
+    vst1_u8(w0, scale_weight(a, qh, ql));
+    vst1_u8(w1, scale_weight(b, qh, ql));
+    vst1_u8(w2, scale_weight(c, qh, ql));
 }
 
 decl_weight_normalize_fn(weight_normalize_neon) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
-        for (int x = 0; x < n; x += 8) {
-            uint8x8_t a = vld1_u8(w0 + x), b = vld1_u8(w1 + x), c = vld1_u8(w2 + x);
-            uint16_t s[8];
-            vst1q_u16(s, vaddw_u8(vaddl_u8(a, b), c));
-            // The reciprocal table has no vector gather: one lane at a time.
-            uint16x8_t q = vdupq_n_u16(0);
-            q = vld1q_lane_u16(&weight_int_tab[s[0]], q, 0);
-            q = vld1q_lane_u16(&weight_int_tab[s[1]], q, 1);
-            q = vld1q_lane_u16(&weight_int_tab[s[2]], q, 2);
-            q = vld1q_lane_u16(&weight_int_tab[s[3]], q, 3);
-            q = vld1q_lane_u16(&weight_int_tab[s[4]], q, 4);
-            q = vld1q_lane_u16(&weight_int_tab[s[5]], q, 5);
-            q = vld1q_lane_u16(&weight_int_tab[s[6]], q, 6);
-            q = vld1q_lane_u16(&weight_int_tab[s[7]], q, 7);
-            vst1_u8(w0 + x, scale_weight(a, q));
-            vst1_u8(w1 + x, scale_weight(b, q));
-            vst1_u8(w2 + x, scale_weight(c, q));
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            normalize8(w0 + x, w1 + x, w2 + x);
+            normalize8(w0 + x + 8, w1 + x + 8, w2 + x + 8);
         }
+        if (x < n) normalize8(w0 + x, w1 + x, w2 + x);
         w0 += next;
         w1 += next;
         w2 += next;
