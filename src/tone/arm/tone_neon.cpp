@@ -18,11 +18,16 @@ decl_tone_stats_fn(tone_stats_neon) {
     int32x4_t su = vdupq_n_s32(0), so = vdupq_n_s32(0), qu = vdupq_n_s32(0);
     int64x2_t qo = vdupq_n_s64(0);
     const int16x8_t zero = vdupq_n_s16(0), top = vdupq_n_s16(255);
+    const uint16x8_t utop = vdupq_n_u16(255);
     for (int y = 0; y < rows; ++y) {
         const int16_t *p = luma + y * stride;
         uint16x8_t cu = vdupq_n_u16(0), co = vdupq_n_u16(0); // at most 2 per lane per block
         for (int x = 0; x < width16; x += 16) {
             const int16x8_t a = vld1q_s16(p + x), b = vld1q_s16(p + x + 8);
+            // Read as unsigned, values below 0 and above 255 both exceed 255.
+            if (!any_lane(vorrq_u16(vcgtq_u16(vreinterpretq_u16_s16(a), utop),
+                                    vcgtq_u16(vreinterpretq_u16_s16(b), utop))))
+                continue;
             const uint16x8_t ua = vcltq_s16(a, zero), ub = vcltq_s16(b, zero);
             const uint16x8_t oa = vcgtq_s16(a, top), ob = vcgtq_s16(b, top);
             if (any_lane(vorrq_u16(ua, ub))) {
