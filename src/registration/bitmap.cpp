@@ -18,19 +18,21 @@ enum { kLevels = VARO_HDR_BITMAP_LEVELS, kMarginRows = 64, kMarginPairs = 2 };
 // serialising on one counter.
 enum { kCells = 5 };
 
-template <int Rank>
-void count_row(const uint8_t *row, uint32_t cw, uint32_t cell[kCells][256]) {
-    constexpr int c0 = 1 + Rank, c2 = 1 + (Rank < 1 ? Rank : 1), c4 = 1 + (Rank < 2 ? Rank : 2);
-    for (uint32_t x = 0; x < cw; x += 8) { // cw is a multiple of 64
-        const uint8_t *p = row + x;
-        ++cell[c0][p[0]];
-        ++cell[0][p[1]];
-        ++cell[c2][p[2]];
-        ++cell[0][p[3]];
-        ++cell[c4][p[4]];
-        ++cell[0][p[5]];
-        ++cell[c2][p[6]];
-        ++cell[0][p[7]];
+// One crop row of rank `rank`: x = 8k goes to cell 1 + rank, x = 8k + 4 to
+// cell 1 + min(rank, 2), x = 8k + 2 and 8k + 6 to cell 1 + min(rank, 1), odd
+// x to cell 0.  The cells come in as separate pointers so that each counter
+// is addressed as base + value * 4 in one instruction.
+void count_row(const uint8_t *row, uint32_t cw, uint32_t *odd, uint32_t *c0, uint32_t *c2,
+               uint32_t *c4) {
+    for (const uint8_t *p = row, *end = row + cw; p < end; p += 8) { // cw is a multiple of 64
+        ++c0[p[0]];
+        ++odd[p[1]];
+        ++c2[p[2]];
+        ++odd[p[3]];
+        ++c4[p[4]];
+        ++odd[p[5]];
+        ++c2[p[6]];
+        ++odd[p[7]];
     }
 }
 
@@ -38,16 +40,17 @@ void count_levels_0_3(const uint8_t *crop, uint32_t stride, uint32_t cw, uint32_
                       uint32_t hist[kLevels][256]) {
     uint32_t cell[kCells][256];
     memset(cell, 0, sizeof(cell));
+    uint32_t *const c[kCells] = {cell[0], cell[1], cell[2], cell[3], cell[4]};
     for (uint32_t y = 0; y < ch; y += 8) { // ch is a multiple of 64
         const uint8_t *row = crop + (size_t)y * stride;
-        count_row<3>(row, cw, cell);
-        count_row<0>(row + stride, cw, cell);
-        count_row<1>(row + 2 * stride, cw, cell);
-        count_row<0>(row + 3 * stride, cw, cell);
-        count_row<2>(row + 4 * stride, cw, cell);
-        count_row<0>(row + 5 * stride, cw, cell);
-        count_row<1>(row + 6 * stride, cw, cell);
-        count_row<0>(row + 7 * stride, cw, cell);
+        count_row(row, cw, c[0], c[4], c[2], c[3]);
+        count_row(row + stride, cw, c[0], c[1], c[1], c[1]);
+        count_row(row + 2 * stride, cw, c[0], c[2], c[2], c[2]);
+        count_row(row + 3 * stride, cw, c[0], c[1], c[1], c[1]);
+        count_row(row + 4 * stride, cw, c[0], c[3], c[2], c[3]);
+        count_row(row + 5 * stride, cw, c[0], c[1], c[1], c[1]);
+        count_row(row + 6 * stride, cw, c[0], c[2], c[2], c[2]);
+        count_row(row + 7 * stride, cw, c[0], c[1], c[1], c[1]);
     }
     for (int v = 0; v < 256; ++v) {
         hist[3][v] = cell[4][v];
