@@ -98,19 +98,25 @@ uint32_t row_error_neon(const uint32_t *fixed, const uint32_t *moving, unsigned 
             acc = vpadalq_u8(acc, vcntq_u8(vreinterpretq_u8_u32(d)));
         }
     }
-    const uint64x2_t s = vpaddlq_u32(vpaddlq_u16(acc));
-    uint32_t err = (uint32_t)(vgetq_lane_u64(s, 0) + vgetq_lane_u64(s, 1));
-    for (; k < width_words; ++k) {
-        uint32_t mt = moving[2 * k], me = moving[2 * k + 1];
-        if (shift) {
-            mt = (mt << shift) | (moving[2 * k + 2] >> (32 - shift));
-            me = (me << shift) | (moving[2 * k + 3] >> (32 - shift));
-        }
-        const uint32_t d = (fixed[2 * k] ^ mt) & fixed[2 * k + 1] & me;
-        if (StoreDiff) diff[k] = d;
-        err += (uint32_t)__builtin_popcount(d);
+    if (k < width_words) {
+        // The last 1..3 pairs one at a time, counted together in one vector.
+        const auto pair = [&](unsigned j) {
+            uint32_t mt = moving[2 * j], me = moving[2 * j + 1];
+            if (shift) {
+                mt = (mt << shift) | (moving[2 * j + 2] >> (32 - shift));
+                me = (me << shift) | (moving[2 * j + 3] >> (32 - shift));
+            }
+            const uint32_t d = (fixed[2 * j] ^ mt) & fixed[2 * j + 1] & me;
+            if (StoreDiff) diff[j] = d;
+            return d;
+        };
+        uint32_t tail[4] = {pair(k), 0, 0, 0};
+        if (k + 1 < width_words) tail[1] = pair(k + 1);
+        if (k + 2 < width_words) tail[2] = pair(k + 2);
+        acc = vpadalq_u8(acc, vcntq_u8(vreinterpretq_u8_u32(vld1q_u32(tail))));
     }
-    return err;
+    const uint64x2_t s = vpaddlq_u32(vpaddlq_u16(acc));
+    return (uint32_t)vget_lane_u64(vadd_u64(vget_low_u64(s), vget_high_u64(s)), 0);
 }
 
 decl_bitmap_row_error_fn(bitmap_row_error_neon) {
