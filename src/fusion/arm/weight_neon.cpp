@@ -52,7 +52,8 @@ struct CurveLut {
     uint8x8_t operator()(uint8x8_t y) const {
         const uint8x8_t k32 = vdup_n_u8(32);
         uint8x8_t idx = vsub_u8(Fold ? vmin_u8(y, vmvn_u8(y)) : y, base);
-        uint8x8_t r = vtbx4_u8(fill, part[0], idx);
+        // Folded indices are all below 128: the four parts cover them.
+        uint8x8_t r = Fold ? vtbl4_u8(part[0], idx) : vtbx4_u8(fill, part[0], idx);
         for (int i = 1; i < Parts; ++i) {
             idx = vsub_u8(idx, k32);
             r = vtbx4_u8(r, part[i], idx);
@@ -71,8 +72,8 @@ void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, cons
             const uint8x16_t y = vld1q_u8(luma + x), m = vld1q_u8(mask + x);
             const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
             // min(255, t * m)
-            vst1q_u8(dst + x, vcombine_u8(vqmovn_u16(vmull_u8(lo, vget_low_u8(m))),
-                                          vqmovn_u16(vmull_u8(hi, vget_high_u8(m)))));
+            vst1_u8(dst + x, vqmovn_u16(vmull_u8(lo, vget_low_u8(m))));
+            vst1_u8(dst + x + 8, vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
         }
         if (x < n) vst1_u8(dst + x, vqmovn_u16(vmull_u8(lut(vld1_u8(luma + x)), vld1_u8(mask + x))));
         mask += n;
