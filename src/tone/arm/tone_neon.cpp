@@ -114,8 +114,8 @@ void identity_run(const ToneCurve *c, int *lo, int *hi) {
 // Eight columns of two rows per step, by the cheapest rule that holds for
 // all sixteen values: inside the curve's identity run, y = v and every gain
 // is 4096, so S = 16384 and (d * 16384) >> 13 kept to 16 bits is d << 1;
-// inside the curve's range, y and the gain come from one packed table, one
-// lane at a time (there is no vector gather); otherwise each lane is clamped and,
+// inside the curve's range, y and the gain come from the tables, one lane at
+// a time (there is no vector gather); otherwise each lane is clamped and,
 // when outside the range, its gain divided out.
 decl_tone_map_fn(tone_map_neon) {
     const int16x8_t lo = vdupq_n_s16(c->lo), hi = vdupq_n_s16(c->hi);
@@ -125,18 +125,6 @@ decl_tone_map_fn(tone_map_neon) {
     const int16x8_t ilo = vdupq_n_s16((int16_t)id_lo), ihi = vdupq_n_s16((int16_t)id_hi);
     const uint8_t *lut = c->lut;
     const int32_t *gain = c->gain;
-    // When every gain of the range fits 24 bits, one word per input holds
-    // both: gain << 8 | y, y the low byte and the gain an arithmetic >> 8.
-    // The curves' ranges (within -128..383) always fit: a divisor of at
-    // least 17 keeps |gain| below 32767 * 4096 / 17, and a smaller one puts
-    // the anchor within 16 of y, so the numerator stays below 400.
-    int32_t packed[512];
-    const int n = c->hi - c->lo + 1;
-    bool pack = true;
-    for (int i = 0; i < n; ++i) {
-        pack = pack && gain[i] >= -(1 << 23) && gain[i] < (1 << 23);
-        packed[i] = (int32_t)((uint32_t)gain[i] << 8 | lut[i]);
-    }
     for (int r = 0; r < row_pairs; ++r) {
         const int16_t *lrow[2] = {luma + 2 * r * luma_stride, luma + (2 * r + 1) * luma_stride};
         uint8_t *orow[2] = {out_luma + 2 * r * out_pitch, out_luma + (2 * r + 1) * out_pitch};
@@ -155,19 +143,19 @@ decl_tone_map_fn(tone_map_neon) {
             }
             const uint16x8_t i0 = vreinterpretq_u16_s16(vsubq_s16(v0, lo));
             const uint16x8_t i1 = vreinterpretq_u16_s16(vsubq_s16(v1, lo));
-            if (pack && all_lanes(vandq_u16(vcleq_u16(i0, span), vcleq_u16(i1, span)))) {
+            if (all_lanes(vandq_u16(vcleq_u16(i0, span), vcleq_u16(i1, span)))) {
                 uint16_t ix[2][8];
                 vst1q_u16(ix[0], i0);
                 vst1q_u16(ix[1], i1);
                 int32_t S[4];
                 for (int j = 0; j < 4; ++j) {
-                    const int32_t a = packed[ix[0][2 * j]], b = packed[ix[0][2 * j + 1]];
-                    const int32_t e = packed[ix[1][2 * j]], f = packed[ix[1][2 * j + 1]];
-                    orow[0][x + 2 * j] = (uint8_t)a;
-                    orow[0][x + 2 * j + 1] = (uint8_t)b;
-                    orow[1][x + 2 * j] = (uint8_t)e;
-                    orow[1][x + 2 * j + 1] = (uint8_t)f;
-                    S[j] = (a >> 8) + (b >> 8) + (e >> 8) + (f >> 8);
+                    const unsigned a = ix[0][2 * j], b = ix[0][2 * j + 1];
+                    const unsigned e = ix[1][2 * j], f = ix[1][2 * j + 1];
+                    orow[0][x + 2 * j] = lut[a];
+                    orow[0][x + 2 * j + 1] = lut[b];
+                    orow[1][x + 2 * j] = lut[e];
+                    orow[1][x + 2 * j + 1] = lut[f];
+                    S[j] = gain[a] + gain[b] + gain[e] + gain[f];
                 }
                 chroma_out(cout + x, cin + x, vld1q_s32(S));
                 continue;
