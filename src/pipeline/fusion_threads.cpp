@@ -4,6 +4,7 @@
 #include "common/log.h"
 #include "api/merge_status.h"
 #include "pipeline/handoff.h"
+#include "registration/bitmap.h"
 #include "registration/offset_search.h"
 #include "varo_hdr.h"
 
@@ -29,7 +30,7 @@ extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
 
     handoff_wait(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
     if (ctx->reg_mode != 2)
-        BitmapCalc(in->frame[LE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[LE_IDX][0]);
+        bitmap_calc(in->frame[LE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[LE_IDX][0], false);
     handoff_signal(&ctx->sync_bitmap, &ctx->sync_bitmap.le_done, &ctx->sync_bitmap.cond_done);
     HDR_LOG("BitmapCalc 0 end\n");
 
@@ -74,7 +75,7 @@ extern "C" VARO_HDR_API void *FusionThreadFunc1(void *arg) {
     const int32_t W = in->width, H = in->height;
 
     handoff_wait(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
-    BitmapCalc(in->frame[AE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[AE_IDX][0]);
+    bitmap_calc(in->frame[AE_IDX].luma, (uint32_t)W, (uint32_t)H, &ctx->bitmap_pyramid[AE_IDX][0], false);
     handoff_signal(&ctx->sync_bitmap, &ctx->sync_bitmap.he_done, &ctx->sync_bitmap.cond_done);
     HDR_LOG("BitmapCalc 1 end\n");
 

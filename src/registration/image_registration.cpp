@@ -4,6 +4,7 @@
 #include "common/log.h"
 #include "api/merge_status.h"
 #include "pipeline/handoff.h"
+#include "registration/bitmap.h"
 #include "registration/offset_search.h"
 #include "varo_hdr.h"
 
@@ -17,8 +18,8 @@ static inline int32_t min3_with_zero(int32_t a, int32_t b) {
 extern "C" VARO_HDR_API int ImageRegistration(HdrContext *ctx, HdrInput *in, int32_t crop_origins[6]) {
     handoff_release(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
     if (ctx->reg_mode != 1)
-        BitmapCalc(in->frame[HE_IDX].luma, (uint32_t)in->width, (uint32_t)in->height,
-                   &ctx->bitmap_pyramid[HE_IDX][0]);
+        bitmap_calc(in->frame[HE_IDX].luma, (uint32_t)in->width, (uint32_t)in->height,
+                    &ctx->bitmap_pyramid[HE_IDX][0], false);
     handoff_wait2(&ctx->sync_bitmap, &ctx->sync_bitmap.le_done, &ctx->sync_bitmap.he_done,
                   &ctx->sync_bitmap.cond_done);
     HDR_LOG("BitmapCalc 2 end\n");

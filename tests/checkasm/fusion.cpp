@@ -45,7 +45,13 @@ CHECKASM_TEST(fusion) {
             const int dst = b.u8((size_t)c.h * c.pitch, c.pitch);
             // Mostly 0/1 as the motion stage writes; any byte now and then, where the product saturates.
             for (size_t k = 0; c.i % 3 && k < (size_t)c.h * (c.w & ~7); ++k) b.r<uint8_t>(mask)[k] &= 1;
-            const uint8_t *curve = well_expose + 256 * (c.i % 3);
+            // The three curves, then any curve: random, and random with one value at both ends.
+            uint8_t any[256];
+            for (int k = 0; k < 256; ++k) any[k] = (uint8_t)checkasm_rand();
+            const int lo = checkasm_rand_range(0, 255), hi = lo + checkasm_rand_range(0, 140);
+            for (int k = 0; c.i % 5 == 4 && k < 256; ++k)
+                if (k < lo || k > hi) any[k] = any[0];
+            const uint8_t *curve = c.i % 5 < 3 ? well_expose + 256 * (c.i % 5) : any;
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.weight_well_exposed(b.p<uint8_t>(dst, o), b.p<uint8_t>(luma, o), c.pitch,
                                              b.p<uint8_t>(mask, o), curve, c.w, c.h);

@@ -35,13 +35,18 @@ CHECKASM_TEST(tone) {
             curve.lo = los[checkasm_rand_range(0, 4)];
             curve.hi = his[checkasm_rand_range(0, 4)];
             // Anchors near the range ends (zero divisors, both gain branches) or anywhere in 16 bits.
-            const bool any = c.i % 4 == 3, full = c.i % 4 == 1;
+            const bool any = c.i % 4 == 3 || c.i % 8 == 4;
             curve.low_anchor = (int16_t)(any ? (int)checkasm_rand() : checkasm_rand_range(-200, 8));
             curve.high_anchor = (int16_t)(any ? (int)checkasm_rand() : checkasm_rand_range(250, 500));
+            // A run the curve keeps (as between the real curves' knees) with the luma around it,
+            // or the luma within the curve's range.
+            const int ka = checkasm_rand_range(0, 100), kb = ka + checkasm_rand_range(0, 150);
+            for (int v = ka; c.i % 4 == 2 && v <= kb && v <= curve.hi; ++v) lut[v - curve.lo] = (uint8_t)v;
             tone_gain_table(gain, lut, curve.lo, curve.hi, curve.low_anchor, curve.high_anchor);
+            const int vlo[4] = {curve.lo, -32768, ka - 2, -200}, vhi[4] = {curve.hi, 32767, kb + 2, 500};
             CheckasmBufs b;
-            const int luma = b.s16((size_t)2 * pairs * lstride, lstride, lstride, 2 * pairs,
-                                   full ? -32768 : -200, full ? 32767 : 500, c.i);
+            const int luma = b.s16((size_t)2 * pairs * lstride, lstride, lstride, 2 * pairs, vlo[c.i % 4],
+                                   vhi[c.i % 4], c.i);
             const int chroma = b.s16((size_t)pairs * cstride, cstride, cstride, pairs,
                                      c.i & 1 ? -32768 : -300, c.i & 1 ? 32767 : 300, c.i + 1);
             const int ol = b.u8((size_t)(2 * pairs - 1) * out_pitch + w8, out_pitch);

@@ -5,72 +5,143 @@
 #include "fusion/pyramid_rows.h"
 #include "varo_hdr.h"
 
-// 256-entry byte lookup from eight 32-byte tables: vtbl gives 0 and vtbx
-// keeps the lane for indices beyond 31, and every step moves the index down
-// by 32 (wrapping the done lanes out of range).
 namespace {
-struct Lut256 {
-    uint8x8x4_t part[8];
-    explicit Lut256(const uint8_t *t) {
-        for (int i = 0; i < 8; ++i)
-            for (int j = 0; j < 4; ++j) part[i].val[j] = vld1_u8(t + 32 * i + 8 * j);
+
+// The 32-entry parts of a curve that a lookup must visit.  Parts outside
+// first .. first + count - 1 all hold the single value `fill`.  A curve with
+// curve[y] == curve[255 - y] (the normal exposure's bell) is looked up at
+// min(y, 255 - y), which only needs parts 0..3.
+struct CurveParts {
+    int first, count;
+    uint8_t fill;
+    bool fold;
+};
+
+CurveParts curve_parts(const uint8_t *curve) {
+    bool fold = true;
+    for (int y = 0; y < 128; ++y) fold = fold && curve[y] == curve[255 - y];
+    if (fold) return {0, 4, 0, true};
+    CurveParts best = {0, 8, 0, false};
+    const uint8_t ends[2] = {curve[0], curve[255]};
+    for (const uint8_t v : ends) {
+        int first = 0, last = 255;
+        while (first < 256 && curve[first] == v) ++first;
+        while (last >= first && curve[last] == v) --last;
+        if (first > last) return {0, 1, v, false}; // a constant curve
+        const int p0 = first >> 5, n = (last >> 5) - p0 + 1;
+        if (n < best.count) best = {p0, n, v, false};
     }
-    uint8x8_t operator()(uint8x8_t idx) const {
+    return best;
+}
+
+// Byte lookup in Parts consecutive 32-entry tables from part `first` on:
+// vtbx keeps the lane (the fill value) for indices past 31, and each step
+// moves the index down by 32, so a lane matches only its own part (an index
+// below the first part wraps to 256 - 32 * k and never returns into 0..31
+// within the 8 - first parts that follow).
+template <int Parts, bool Fold>
+struct CurveLut {
+    uint8x8x4_t part[Parts];
+    uint8x8_t base, fill;
+    CurveLut(const uint8_t *curve, const CurveParts &cp) {
+        for (int i = 0; i < Parts; ++i)
+            for (int j = 0; j < 4; ++j) part[i].val[j] = vld1_u8(curve + 32 * (cp.first + i) + 8 * j);
+        base = vdup_n_u8((uint8_t)(32 * cp.first));
+        fill = vdup_n_u8(cp.fill);
+    }
+    uint8x8_t operator()(uint8x8_t y) const {
         const uint8x8_t k32 = vdup_n_u8(32);
-        uint8x8_t r = vtbl4_u8(part[0], idx);
-        for (int i = 1; i < 8; ++i) {
+        uint8x8_t idx = vsub_u8(Fold ? vmin_u8(y, vmvn_u8(y)) : y, base);
+        // Folded indices are all below 128: the four parts cover them.
+        uint8x8_t r = Fold ? vtbl4_u8(part[0], idx) : vtbx4_u8(fill, part[0], idx);
+        for (int i = 1; i < Parts; ++i) {
             idx = vsub_u8(idx, k32);
             r = vtbx4_u8(r, part[i], idx);
         }
         return r;
     }
 };
-} // namespace
 
-decl_weight_well_exposed_fn(weight_well_exposed_neon) {
-    const Lut256 lut(curve);
+template <class Lut>
+void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
+                       const Lut &lut, int width, int height) {
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
-        for (int x = 0; x < n; x += 8) {
-            uint8x8_t t = lut(vld1_u8(luma + x));
-            vst1_u8(dst + x, vqmovn_u16(vmull_u8(t, vld1_u8(mask + x)))); // min(255, t * m)
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            const uint8x16_t y = vld1q_u8(luma + x), m = vld1q_u8(mask + x);
+            const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
+            // min(255, t * m)
+            vst1_u8(dst + x, vqmovn_u16(vmull_u8(lo, vget_low_u8(m))));
+            vst1_u8(dst + x + 8, vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
         }
+        if (x < n) vst1_u8(dst + x, vqmovn_u16(vmull_u8(lut(vld1_u8(luma + x)), vld1_u8(mask + x))));
         mask += n;
         luma += n + (stride - width);
         dst += n + (stride - width);
     }
 }
 
-// (w * q + 128) >> 8 kept to 16 bits, then saturated to a byte.
-static inline uint8x8_t scale_weight(uint8x8_t w, uint16x8_t q) {
-    uint16x8_t w16 = vmovl_u8(w);
-    uint16x4_t lo = vrshrn_n_u32(vmull_u16(vget_low_u16(w16), vget_low_u16(q)), 8);
-    uint16x4_t hi = vrshrn_n_u32(vmull_u16(vget_high_u16(w16), vget_high_u16(q)), 8);
-    return vqmovn_u16(vcombine_u16(lo, hi));
+} // namespace
+
+decl_weight_well_exposed_fn(weight_well_exposed_neon) {
+    CurveParts cp = curve_parts(curve);
+    // Fewer parts run faster; more than 5 cost as much as all 8.
+    if (cp.fold) {
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<4, true>(curve, cp), width, height);
+    } else if (cp.count <= 4) {
+        if (cp.first > 4) cp.first = 4;
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<4, false>(curve, cp), width, height);
+    } else if (cp.count == 5) {
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<5, false>(curve, cp), width, height);
+    } else {
+        cp.first = 0;
+        well_exposed_rows(dst, luma, stride, mask, CurveLut<8, false>(curve, cp), width, height);
+    }
+}
+
+// min(255, (w * q + 128) >> 8) with q = 256 qh + ql split into bytes:
+// w * q = 256 w qh + w ql, so the rounded shift is w qh + ((w ql + 128) >> 8)
+// exactly; both products fit 16 bits and their sum stays below 65280.
+static inline uint8x8_t scale_weight(uint8x8_t w, uint8x8_t qh, uint8x8_t ql) {
+    return vqmovn_u16(vaddw_u8(vmull_u8(w, qh), vrshrn_n_u16(vmull_u8(w, ql), 8)));
+}
+
+// The reciprocals of eight sums; the table has no vector gather.
+static inline uint16x8_t reciprocals(uint16x8_t sum) {
+    uint16_t s[8];
+    vst1q_u16(s, sum);
+    uint16x8_t q = vdupq_n_u16(0);
+    q = vld1q_lane_u16(&weight_int_tab[s[0]], q, 0);
+    q = vld1q_lane_u16(&weight_int_tab[s[1]], q, 1);
+    q = vld1q_lane_u16(&weight_int_tab[s[2]], q, 2);
+    q = vld1q_lane_u16(&weight_int_tab[s[3]], q, 3);
+    q = vld1q_lane_u16(&weight_int_tab[s[4]], q, 4);
+    q = vld1q_lane_u16(&weight_int_tab[s[5]], q, 5);
+    q = vld1q_lane_u16(&weight_int_tab[s[6]], q, 6);
+    q = vld1q_lane_u16(&weight_int_tab[s[7]], q, 7);
+    return q;
+}
+
+static inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
+    const uint8x8_t a = vld1_u8(w0), b = vld1_u8(w1), c = vld1_u8(w2);
+    const uint16x8_t q = reciprocals(vaddw_u8(vaddl_u8(a, b), c));
+    const uint8x8_t qh = vshrn_n_u16(q, 8), ql = vmovn_u16(q);
+    vst1_u8(w0, scale_weight(a, qh, ql));
+    vst1_u8(w1, scale_weight(b, qh, ql));
+    vst1_u8(w2, scale_weight(c, qh, ql));
 }
 
 decl_weight_normalize_fn(weight_normalize_neon) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
-        for (int x = 0; x < n; x += 8) {
-            uint8x8_t a = vld1_u8(w0 + x), b = vld1_u8(w1 + x), c = vld1_u8(w2 + x);
-            uint16_t s[8];
-            vst1q_u16(s, vaddw_u8(vaddl_u8(a, b), c));
-            // The reciprocal table has no vector gather: one lane at a time.
-            uint16x8_t q = vdupq_n_u16(0);
-            q = vld1q_lane_u16(&weight_int_tab[s[0]], q, 0);
-            q = vld1q_lane_u16(&weight_int_tab[s[1]], q, 1);
-            q = vld1q_lane_u16(&weight_int_tab[s[2]], q, 2);
-            q = vld1q_lane_u16(&weight_int_tab[s[3]], q, 3);
-            q = vld1q_lane_u16(&weight_int_tab[s[4]], q, 4);
-            q = vld1q_lane_u16(&weight_int_tab[s[5]], q, 5);
-            q = vld1q_lane_u16(&weight_int_tab[s[6]], q, 6);
-            q = vld1q_lane_u16(&weight_int_tab[s[7]], q, 7);
-            vst1_u8(w0 + x, scale_weight(a, q));
-            vst1_u8(w1 + x, scale_weight(b, q));
-            vst1_u8(w2 + x, scale_weight(c, q));
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            normalize8(w0 + x, w1 + x, w2 + x);
+            normalize8(w0 + x + 8, w1 + x + 8, w2 + x + 8);
         }
+        if (x < n) normalize8(w0 + x, w1 + x, w2 + x);
         w0 += next;
         w1 += next;
         w2 += next;
