@@ -52,10 +52,14 @@ void motion_cut_build(MotionCut *c, double t) { build_cut(c, t); }
 
 uint32_t motion_row_tail_c(uint8_t *const dst[3], const uint8_t *const src[3], uint8_t *const mask[3],
                            unsigned from, unsigned width, const MotionRules *rules) {
+    // Local pointers: the stores below could otherwise alias the arrays.
+    const uint8_t *const sa = src[AE_IDX], *const sl = src[LE_IDX], *const sh = src[HE_IDX];
+    uint8_t *const da = dst[AE_IDX], *const dl = dst[LE_IDX], *const dh = dst[HE_IDX];
+    uint8_t *const mka = mask[AE_IDX], *const mkl = mask[LE_IDX], *const mkh = mask[HE_IDX];
     uint32_t counted = 0;
     for (unsigned x = from; x < width; ++x) {
-        const uint8_t a = src[AE_IDX][x], h = src[HE_IDX][x];
-        uint8_t l = src[LE_IDX][x], ae = a, ma = 1, ml = 1, mh = 1;
+        const uint8_t a = sa[x], h = sh[x];
+        uint8_t l = sl[x], ae = a, ma = 1, ml = 1, mh = 1;
         if (rules->le_rule != MOTION_LE_OFF) {
             const uint8_t p = rules->le_predict[a];
             const bool pass = motion_cut_passes(&rules->le_cut, absdiff(l, p), l);
@@ -86,8 +90,8 @@ uint32_t motion_row_tail_c(uint8_t *const dst[3], const uint8_t *const src[3], u
                 if (h >= 241 && l >= 129 && ml == 0) ml = 1;
             }
         }
-        dst[AE_IDX][x] = ae, dst[LE_IDX][x] = l, dst[HE_IDX][x] = h;
-        mask[AE_IDX][x] = ma, mask[LE_IDX][x] = ml, mask[HE_IDX][x] = mh;
+        da[x] = ae, dl[x] = l, dh[x] = h;
+        mka[x] = ma, mkl[x] = ml, mkh[x] = mh;
     }
     return counted;
 }

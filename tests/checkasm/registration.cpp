@@ -75,7 +75,7 @@ CHECKASM_TEST(ghost) {
             const int dst = b.u8((size_t)pitch * 3 * rows, pitch), mask = b.u8((size_t)w * 3 * rows, w);
             const int rules = b.u8(sizeof(MotionRules), 16), count = b.add(4, 4, 4);
             MotionRules *r = b.r<MotionRules>(rules);
-            r->le_rule = (uint8_t)(c.i % 4), r->he_rule = (uint8_t)(c.i / 4 % 3);
+            r->le_rule = (uint8_t)((c.i + 1) % 4), r->he_rule = (uint8_t)((c.i / 4 + 1) % 3); // timed: both on
             if (c.i % 5 == 1) r->le_cut.inclusive = r->he_cut.inclusive = 0;
             b.run([&](const HdrDsp &d, bool o) {
                 uint32_t n = 0;
