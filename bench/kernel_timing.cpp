@@ -18,7 +18,7 @@
     X(chroma.expand_band) X(chroma.residual) X(chroma.blend) X(chroma.collapse_h)              \
     X(chroma.collapse_v) X(tone.stats) X(tone.map) X(reg.bitmap_row[0]) X(reg.bitmap_row[1])   \
     X(reg.bitmap_row[2]) X(reg.bitmap_row[3]) X(reg.bitmap_row[4]) X(reg.bitmap_row[5])        \
-    X(reg.bitmap_row_error) X(ghost.mask_rows)
+    X(reg.bitmap_row_error) X(ghost.mask_rows) X(ghost.motion_row)
 
 namespace {
 

@@ -200,11 +200,15 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
     const int64_t t_motion = hdr_stage_start(&start_time_4);
     const int64_t motion_start = status_now_us();
     const size_t plane = (size_t)W * (size_t)H;
-    memset(ctx->motion_mask[AE_IDX], 1, plane);
-    memset(ctx->motion_mask[LE_IDX], 1, plane);
-    memset(ctx->motion_mask[HE_IDX], 1, plane);
+    const bool ghost = ctx->le_flag || ctx->he_flag;
+    // The masks start at 1 over the input size.  MotionMask writes every
+    // byte of the overlap itself (in its one pass over the three frames), so
+    // then only the part past the overlap is filled here.
+    const size_t filled = ghost ? (size_t)ctx->width * (size_t)ctx->height : 0;
+    static const int mask_order[3] = {AE_IDX, LE_IDX, HE_IDX};
+    for (int f : mask_order) memset(ctx->motion_mask[f] + filled, 1, plane - filled);
     int m;
-    if (ctx->le_flag || ctx->he_flag) {
+    if (ghost) {
         m = MotionMask(ctx, in);
     } else {
         // Input-size rows from each crop origin, as far as the frame's luma

@@ -26,12 +26,14 @@ void hdr_dsp_init(HdrDsp *dsp, unsigned flags) {
         chroma_dsp_init_sse41(&dsp->chroma);
         tone_dsp_init_sse41(&dsp->tone);
         reg_dsp_init_sse41(&dsp->reg);
+        ghost_dsp_init_sse41(&dsp->ghost);
     }
     if (flags & HDR_CPU_AVX2) {
         fusion_dsp_init_avx2(&dsp->fusion);
         chroma_dsp_init_avx2(&dsp->chroma);
         tone_dsp_init_avx2(&dsp->tone);
         reg_dsp_init_avx2(&dsp->reg);
+        ghost_dsp_init_avx2(&dsp->ghost);
     }
 #endif
     (void)flags;

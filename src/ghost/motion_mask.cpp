@@ -1,8 +1,7 @@
 // Ghost detection: marks pixels where a side frame disagrees with the
 // reference by more than the exposure ratio explains.
-#include <string.h>
-
 #include "common/arith.h"
+#include "common/dsp.h"
 #include "common/log.h"
 #include "varo_hdr.h"
 
@@ -16,114 +15,48 @@ inline uint8_t linear_to_pixel(double linear) {
     return inv_csf_tab[v < 0 ? 0 : v > kLinearMax ? kLinearMax : v];
 }
 
-// |value - predicted| / side in single precision, the difference taken as an
-// 8-bit value.  side 0 gives inf, or NaN when the difference is 0 too (NaN
-// compares as not greater than any threshold).
-inline float relative_diff(uint8_t value, uint8_t predicted, uint8_t side) {
-    const uint8_t diff =
-        value > predicted ? (uint8_t)(value - predicted) : (uint8_t)(predicted - value);
-    return (float)diff / (float)side;
-}
-
-void copy_plane(uint8_t *dst, int32_t dst_pitch, const uint8_t *src, int32_t src_pitch,
-                int32_t width, int32_t height) {
-    for (int32_t y = 0; y < height; ++y)
-        memcpy(dst + (ptrdiff_t)y * dst_pitch, src + (ptrdiff_t)y * src_pitch, (size_t)width);
-}
-
-void le_against_ae(const HdrContext *ctx, float et_le, float et_he) {
-    uint8_t predict[256]; // AE value -> expected LE value
-    for (int i = 0; i < 256; ++i) predict[i] = linear_to_pixel(et_le * (float)csf_tab[i] + 5.0);
-
-    const int32_t w = ctx->width, h = ctx->height, pitch = ctx->row_stride[0];
-    const uint8_t *ae = ctx->img_gaussian_pyramid[AE_IDX][0];
-    uint8_t *le = ctx->img_gaussian_pyramid[LE_IDX][0];
-    uint8_t *ae_mask = ctx->motion_mask[AE_IDX];
-    uint8_t *le_mask = ctx->motion_mask[LE_IDX];
-    const bool short_le = et_le < 0.35; // NaN takes the milder case
-    const float t = (1 - et_le) / 50;
-    for (int32_t y = 0; y < h; ++y)
-        for (int32_t x = 0; x < w; ++x) {
-            const ptrdiff_t i = (ptrdiff_t)y * pitch + x, m = (ptrdiff_t)y * w + x;
-            const uint8_t a = ae[i], l = le[i], p = predict[a];
-            const float r = relative_diff(l, p, l);
-            if (short_le) {
-                if (a <= 219 && r > 0.04) le_mask[m] = 0;
-                if (l <= 127 && a >= 221 && r > 0.04) {
-                    le_mask[m] = 0;
-                    le[i] = p;
-                }
-            } else if (et_he <= 3.0) {
-                if (r > t) {
-                    le_mask[m] = 0;
-                    ae_mask[m] = 255;
-                }
-            } else if (et_he > 3.0) { // a NaN HE ratio takes neither branch
-                if (a < l) {
-                    le_mask[m] = 0;
-                } else if (l <= 191 && r > 0.04) {
-                    le_mask[m] = 0;
-                    le[i] = p;
-                }
-            }
+// The comparisons of both side frames for this merge's exposure ratios.  The
+// thresholds keep their types: 0.04 and 0.02 are doubles (the float ratio is
+// widened), the ratio-derived ones floats.
+void choose_rules(MotionRules *r, const HdrContext *ctx, float et_le, float et_he) {
+    r->le_rule = MOTION_LE_OFF;
+    r->he_rule = MOTION_HE_OFF;
+    if (ctx->le_flag) {
+        for (int i = 0; i < 256; ++i) r->le_predict[i] = linear_to_pixel(et_le * (float)csf_tab[i] + 5.0);
+        if (et_le < 0.35) { // a very short LE exposure; NaN takes the milder case
+            r->le_rule = MOTION_LE_SHORT;
+            motion_cut_build(&r->le_cut, 0.04);
+        } else if (et_he <= 3.0) {
+            r->le_rule = MOTION_LE_MILD;
+            motion_cut_build(&r->le_cut, (1 - et_le) / 50);
+        } else if (et_he > 3.0) { // a NaN HE ratio takes neither branch
+            r->le_rule = MOTION_LE_MILD_LONG;
+            motion_cut_build(&r->le_cut, 0.04);
         }
-}
-
-// Returns how many dark AE pixels under a bright HE pixel were replaced.
-uint32_t he_against_ae(const HdrContext *ctx, float et_he) {
-    uint8_t predict[256]; // HE value -> expected AE value
-    for (int i = 0; i < 256; ++i) predict[i] = linear_to_pixel((float)csf_tab[i] / et_he + 5.0);
-
-    const int32_t w = ctx->width, h = ctx->height, pitch = ctx->row_stride[0];
-    uint8_t *ae = ctx->img_gaussian_pyramid[AE_IDX][0];
-    const uint8_t *le = ctx->img_gaussian_pyramid[LE_IDX][0];
-    const uint8_t *he = ctx->img_gaussian_pyramid[HE_IDX][0];
-    uint8_t *ae_mask = ctx->motion_mask[AE_IDX];
-    uint8_t *le_mask = ctx->motion_mask[LE_IDX];
-    uint8_t *he_mask = ctx->motion_mask[HE_IDX];
-    const bool long_he = et_he > 2.0; // NaN takes the milder case
-    const float t = (et_he - 1) / 120;
-    uint32_t counted = 0;
-    for (int32_t y = 0; y < h; ++y)
-        for (int32_t x = 0; x < w; ++x) {
-            const ptrdiff_t i = (ptrdiff_t)y * pitch + x, m = (ptrdiff_t)y * w + x;
-            const uint8_t hv = he[i], a = ae[i], l = le[i], p = predict[hv];
-            const float r = relative_diff(a, p, hv); // before any replacement
-            if (!long_he) {
-                if (r > t) {
-                    he_mask[m] = 0;
-                    ae_mask[m] = 255;
-                }
-                continue;
-            }
-            if (hv <= 220 && r > 0.02) {
-                ae_mask[m] = 0;
-                le_mask[m] = 0;
-                ae[i] = p;
-            }
-            if (l > hv) le_mask[m] = 0;
-            if (hv >= 221 && a <= 127 && r > 0.04) {
-                ae_mask[m] = 0;
-                le_mask[m] = 0;
-                ae[i] = p;
-                ++counted;
-            }
-            // A bright LE pixel under a saturated HE pixel is kept, even if
-            // the LE pass dropped it.
-            if (hv >= 241 && l >= 129 && le_mask[m] == 0) le_mask[m] = 1;
+    }
+    if (ctx->he_flag) {
+        for (int i = 0; i < 256; ++i) r->he_predict[i] = linear_to_pixel((float)csf_tab[i] / et_he + 5.0);
+        if (et_he > 2.0) { // NaN takes the milder case
+            r->he_rule = MOTION_HE_LONG;
+            MotionCut dark_ae;
+            motion_cut_build(&r->he_cut, 0.02);
+            motion_cut_build(&dark_ae, 0.04);
+            // Both thresholds are positive: both cuts are strict, so one table
+            // holds each rule's bounds over its own HE values.
+            for (int h = 221; h < 256; ++h) r->he_cut.bound[h] = dark_ae.bound[h];
+        } else {
+            r->he_rule = MOTION_HE_SHORT;
+            motion_cut_build(&r->he_cut, (et_he - 1) / 120);
         }
-    return counted;
+    }
 }
 
 } // namespace
 
+// Every overlap byte of the three masks is written (1 where no rule fires),
+// and the three level-0 copies are made in the same pass, row by row.
 extern "C" VARO_HDR_API int MotionMask(HdrContext *ctx, HdrInput *in) {
     const int32_t w = ctx->width, h = ctx->height;
-    static const int kCopyOrder[3] = {AE_IDX, LE_IDX, HE_IDX};
-    for (int f : kCopyOrder)
-        copy_plane(ctx->img_gaussian_pyramid[f][0], ctx->row_stride[0], ctx->aligned[f].luma,
-                   in->width, w, h);
-
     float exposure[3];
     for (int f = 0; f < 3; ++f)
         exposure[f] = (float)in->exposure[f].exposure_units * in->exposure[f].exposure_scale;
@@ -132,11 +65,21 @@ extern "C" VARO_HDR_API int MotionMask(HdrContext *ctx, HdrInput *in) {
     HDR_LOG("ET_scale_ae2le: %f, ET_scale_ae2he: %f", (double)et_scale_ae2le,
             (double)et_scale_ae2he);
 
-    if (ctx->le_flag) le_against_ae(ctx, et_scale_ae2le, et_scale_ae2he);
-    if (ctx->he_flag) {
-        const uint32_t counted = he_against_ae(ctx, et_scale_ae2he);
-        // Too many replaced pixels: ghosting too strong to fuse.
-        if (et_scale_ae2he > 2.0 && counted > kVetoPixels) return 1;
+    MotionRules rules;
+    choose_rules(&rules, ctx, et_scale_ae2le, et_scale_ae2he);
+    const motion_row_fn motion_row = hdr_dsp()->ghost.motion_row;
+    uint32_t counted = 0;
+    for (int32_t y = 0; y < h; ++y) {
+        uint8_t *dst[3], *mask[3];
+        const uint8_t *src[3];
+        for (int f = 0; f < 3; ++f) {
+            dst[f] = ctx->img_gaussian_pyramid[f][0] + (ptrdiff_t)y * ctx->row_stride[0];
+            src[f] = ctx->aligned[f].luma + (ptrdiff_t)y * in->width;
+            mask[f] = ctx->motion_mask[f] + (ptrdiff_t)y * w;
+        }
+        counted += motion_row(dst, src, mask, (unsigned)w, &rules);
     }
+    // Too many replaced pixels: ghosting too strong to fuse.
+    if (rules.he_rule == MOTION_HE_LONG && counted > kVetoPixels) return 1;
     return 0;
 }

@@ -1,5 +1,5 @@
 // Kernels of registration (bitmap rows, shifted-row error counts) and of the
-// ghost stage (threshold mask of a row pair).
+// ghost stage (threshold mask of a row pair, the motion rows).
 #include "checkasm/checkasm.h"
 
 namespace {
@@ -64,5 +64,32 @@ CHECKASM_TEST(ghost) {
                     }, c.i == 0 && k == 4, "mask_rows width %d pitch %d threshold %d", w, ds, thresholds[k]))
                     break;
             }
+        }
+    // Random tables and bounds are valid rules, so every branch and extreme
+    // comes up; every rule pair in turn.
+    if (checkasm_check_func(opt.motion_row != ref.motion_row, "motion_row"))
+        for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
+            const int w = c.w, pitch = c.pitch, rows = c.h < 3 ? c.h : 3;
+            CheckasmBufs b;
+            const int src = b.u8((size_t)pitch * 3 * rows, pitch, w, 3 * rows, c.i);
+            const int dst = b.u8((size_t)pitch * 3 * rows, pitch), mask = b.u8((size_t)w * 3 * rows, w);
+            const int rules = b.u8(sizeof(MotionRules), 16), count = b.add(4, 4, 4);
+            MotionRules *r = b.r<MotionRules>(rules);
+            r->le_rule = (uint8_t)((c.i + 1) % 4), r->he_rule = (uint8_t)((c.i / 4 + 1) % 3); // timed: both on
+            if (c.i % 5 == 1) r->le_cut.inclusive = r->he_cut.inclusive = 0;
+            b.run([&](const HdrDsp &d, bool o) {
+                uint32_t n = 0;
+                for (int y = 0; y < rows; ++y) {
+                    uint8_t *dp[3], *mp[3];
+                    const uint8_t *sp[3];
+                    for (int f = 0; f < 3; ++f) {
+                        sp[f] = b.p<uint8_t>(src, o, (size_t)(3 * y + f) * pitch);
+                        dp[f] = b.p<uint8_t>(dst, o, (size_t)(3 * y + f) * pitch);
+                        mp[f] = b.p<uint8_t>(mask, o, (size_t)(3 * y + f) * w);
+                    }
+                    n += d.ghost.motion_row(dp, sp, mp, (unsigned)w, b.p<MotionRules>(rules, o));
+                }
+                *b.p<uint32_t>(count, o) = n;
+            }, c.i == 0, "motion_row width %d rules %d %d", w, r->le_rule, r->he_rule);
         }
 }

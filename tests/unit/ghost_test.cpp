@@ -1,5 +1,6 @@
 // MotionMask rules and veto; the response tables.
 #include <gtest/gtest.h>
+#include <float.h>
 #include <math.h>
 #include <string.h>
 
@@ -143,6 +144,39 @@ TEST(MotionMask, VetoAboveEightHundredFortyThousandPixels) {
         }
         EXPECT_EQ(run(scale, units, 0, 1, f, w, h), c[2]) << c[0] << " " << c[1];
     }
+}
+
+// The bound tables stand for (float)diff / (float)side > t exactly, for every
+// diff and side, whatever the threshold: float thresholds compare in single
+// precision, double ones against the widened quotient.
+template <class T> int cut_mismatches(T t) {
+    MotionCut c;
+    motion_cut_build(&c, t);
+    int wrong = 0;
+    for (unsigned side = 0; side < 256; ++side)
+        for (unsigned diff = 0; diff < 256; ++diff)
+            wrong += motion_cut_passes(&c, diff, side) != ((float)diff / (float)side > t);
+    return wrong;
+}
+
+TEST(MotionCut, SameDecisionAsTheDivision) {
+    std::vector<float> tf = {NAN, INFINITY, -INFINITY, -1.0f, -FLT_MIN, -0.0f, 0.0f, 1e-45f, FLT_MIN, 1e-30f,
+                             0.02f, 0.04f, 1.0f, 254.0f, 255.0f, 256.0f};
+    std::vector<double> td = {NAN, INFINITY, -INFINITY, -0.5, 0.0, 5e-324, 0.02, 0.04, 1.0, 255.0};
+    // Thresholds of real ratios (LE 1/16 .. 2, HE 1/2 .. 8 times AE).
+    for (float r : {0.0625f, 0.25f, 0.35f, 0.5f, 0.9f, 1.0f, 1.5f, 2.0f, 4.0f, 8.0f})
+        tf.push_back((1 - r) / 50), tf.push_back((r - 1) / 120);
+    // On, just below and just above quotients k / s, in both precisions.
+    const int ks[][2] = {{1, 25}, {1, 50}, {3, 128}, {5, 127}, {6, 126}, {10, 230}, {1, 255}, {254, 255}, {255, 1}};
+    for (auto &q : ks) {
+        const float f = (float)q[0] / (float)q[1];
+        for (float v : {f, nextafterf(f, -INFINITY), nextafterf(f, INFINITY)}) tf.push_back(v);
+        for (double v : {(double)f, nextafter((double)f, -INFINITY), nextafter((double)f, INFINITY),
+                         (double)q[0] / q[1]})
+            td.push_back(v);
+    }
+    for (float t : tf) EXPECT_EQ(cut_mismatches(t), 0) << "float " << t;
+    for (double t : td) EXPECT_EQ(cut_mismatches(t), 0) << "double " << t;
 }
 
 TEST(ResponseTables, EdgesOfTheInverse) {
