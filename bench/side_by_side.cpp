@@ -243,6 +243,12 @@ int main(int argc, char **argv) {
             return 2;
         }
     }
+    // Medians of nothing: --cv-reps=0 means --no-opencv.
+    if (o.cv_reps < 1) o.opencv = false;
+    if (o.reps < 1) {
+        say("--reps must be at least 1\n");
+        return 2;
+    }
 #if !VARO_BENCH_OPENCV
     if (o.opencv) say("built without OpenCV: no OpenCV column (install libopencv-dev and reconfigure)\n");
     o.opencv = false;
