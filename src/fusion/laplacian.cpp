@@ -5,10 +5,11 @@
 #include "common/arith.h"
 #include "common/dsp.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_strips.h"
 #include "varo_hdr.h"
 
 decl_image_band_v_fn(image_band_v_c) {
-    expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
+    expand_rows(hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, int e) {
         band[y * band_stride + x] = (int16_t)(g[y * g_stride + x] - ((e + 32) >> 6));
     });
 }
@@ -29,10 +30,11 @@ extern "C" VARO_HDR_API void ImageLaplacianPyramid(HdrContext *ctx, int32_t leve
         uint8_t *g = gauss[l & 1], *gn = gauss[(l + 1) & 1];
         const ptrdiff_t pitch = ctx->row_stride[l], pitch_n = ctx->row_stride[l + 1];
         const int wn = w >> 1, hn = h >> 1;
-        dsp.image_reduce_h(scratch, g, pitch, w, h);
-        dsp.image_reduce_v(gn, pitch_n, scratch, (int)ceil8((unsigned)wn), hn);
-        dsp.image_expand_h(scratch, gn, pitch_n, wn, hn, w);
-        dsp.image_band_v(lap[l].IY, pitch, g, pitch, scratch, w, h);
+        reduce_strips(dsp.image_reduce_h, dsp.image_reduce_v, gn, pitch_n, g, pitch, w, h, scratch);
+        expand_strips(
+            scratch, w, h,
+            [&](uint16_t *t, int row, int rows) { dsp.image_expand_h(t, gn + row * pitch_n, pitch_n, wn, rows, w); },
+            [&](const uint16_t *t, int y0, int y1) { dsp.image_band_v(lap[l].IY, pitch, g, pitch, t, w, h, y0, y1); });
         if (l == 0) {
             // The full-resolution top and bottom edges carry no detail.
             const size_t row_bytes = ceil8((unsigned)w) * sizeof(int16_t);

@@ -3,6 +3,7 @@
 #include "common/arith.h"
 #include "common/dsp.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_strips.h"
 #include "varo_hdr.h"
 
 decl_band_blend_fn(band_blend_c) {
@@ -25,7 +26,7 @@ decl_band_blend_fn(band_blend_c) {
 static inline int16_t wrap16(int v) { return (int16_t)(uint16_t)v; }
 
 decl_collapse_add_v_fn(collapse_add_v_c) {
-    expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
+    expand_rows(hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, int e) {
         int16_t *d = &l[y * l_stride + x];
         *d = wrap16(*d + ((wrap16(e) + 32) >> 6));
     });
@@ -47,7 +48,11 @@ extern "C" VARO_HDR_API void ImageReconstruct(HdrContext *ctx, int32_t level_cou
     int16_t *scratch = ctx->inter_buf[HE_IDX];
     for (int l = level_count - 2; l >= 0; --l) {
         const int w = ctx->width >> l, h = ctx->height >> l;
-        dsp.collapse_expand_h(scratch, lap[HE_IDX][l + 1].IY, ctx->row_stride[l + 1], w >> 1, h >> 1, w);
-        dsp.collapse_add_v(lap[HE_IDX][l].IY, ctx->row_stride[l], scratch, w, h);
+        int16_t *q = lap[HE_IDX][l + 1].IY, *out = lap[HE_IDX][l].IY;
+        const ptrdiff_t pitch = ctx->row_stride[l], pitch_n = ctx->row_stride[l + 1];
+        expand_strips(
+            scratch, w, h,
+            [&](int16_t *t, int row, int rows) { dsp.collapse_expand_h(t, q + row * pitch_n, pitch_n, w >> 1, rows, w); },
+            [&](const int16_t *t, int y0, int y1) { dsp.collapse_add_v(out, pitch, t, w, h, y0, y1); });
     }
 }
