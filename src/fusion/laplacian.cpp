@@ -32,23 +32,23 @@ static void laplacian_level(const FusionDsp &dsp, int16_t *band, uint8_t *g, ptr
     const int step = 2 * strip_rows((size_t)ew * sizeof(uint16_t));
     // The reduce holds at most step + 10 rows; the expand's rows follow them.
     const size_t reduce_rows = (size_t)(h < step + 10 ? h : step + 10);
-    StripWindow<uint16_t> red{scratch, ow}, exp{scratch + ((reduce_rows * ow + 31) & ~(size_t)31), ew};
+    StripWindow<uint16_t> rwin{scratch, ow}, ewin{scratch + ((reduce_rows * ow + 31) & ~(size_t)31), ew};
     int done = 0; // rows of gn made
     for (int y0 = 0; y0 < h; y0 += step) {
         const int y1 = y0 + step < h ? y0 + step : h, rows = expand_v_end(y1, h);
         const int target = rows + 2 < hn ? rows + 2 : hn;
         if (target > done) {
             const int to = target < hn ? reduce_v_end(target, hn) : h; // the odd last row too, as a whole pass
-            uint16_t *next = red.keep_from(reduce_v_first(done));
-            dsp.image_reduce_h(next, g + red.end * pitch, pitch, w, to - red.end);
-            red.end = to;
-            dsp.image_reduce_v(gn, pitch_n, red.buf, ow, hn, done, target);
+            uint16_t *next = rwin.keep_from(reduce_v_first(done));
+            dsp.image_reduce_h(next, g + rwin.end * pitch, pitch, w, to - rwin.end);
+            rwin.end = to;
+            dsp.image_reduce_v(gn, pitch_n, rwin.buf, ow, hn, done, target);
             done = target;
         }
-        uint16_t *next = exp.keep_from(expand_v_first(y0));
-        dsp.image_expand_h(next, gn + exp.end * pitch_n, pitch_n, wn, rows - exp.end, w);
-        exp.end = rows;
-        dsp.image_band_v(band, pitch, g, pitch, exp.buf, w, h, y0, y1);
+        uint16_t *next = ewin.keep_from(expand_v_first(y0));
+        dsp.image_expand_h(next, gn + ewin.end * pitch_n, pitch_n, wn, rows - ewin.end, w);
+        ewin.end = rows;
+        dsp.image_band_v(band, pitch, g, pitch, ewin.buf, w, h, y0, y1);
     }
 }
 
