@@ -2,9 +2,12 @@
 // scratch rows of a strip, the vertical pass emits that strip's output rows
 // while they are still in cache, instead of a whole plane going out to
 // memory and back.  Every source row is filtered exactly once and in
-// increasing order, so the in-place row pads and every scratch row hold the
-// bytes of whole-plane passes; the rows two strips share are moved to the
-// front of the scratch, not filtered again.
+// increasing order, so the in-place row pads and every scratch element a
+// pass writes hold the bytes of whole-plane passes; the rows two strips
+// share are moved to the front of the scratch, not filtered again.  (The
+// elements no pass writes, the last 7 of each expanded row of an odd-width
+// level whose source width is a multiple of 16, reach only the columns past
+// the level's width, as before.)
 #pragma once
 #include <stddef.h>
 #include <stdint.h>
