@@ -6,8 +6,9 @@
 // pass writes hold the bytes of whole-plane passes; the rows two strips
 // share are moved to the front of the scratch, not filtered again.  (The
 // elements no pass writes, the last 7 of each expanded row of an odd-width
-// level whose source width is a multiple of 16, reach only the columns past
-// the level's width, as before.)
+// level whose source width is a whole number of column groups, 16 for the
+// image and 8 for the collapse, reach only the columns past the level's
+// width, as before.)
 #pragma once
 #include <stddef.h>
 #include <stdint.h>
