@@ -297,9 +297,15 @@ int main(int argc, char **argv) {
         }
 #endif
         if (o.passes) {
-            say("  passes (MB read + written):\n");
-            for (const TrafficPass &p : passes)
-                say("    %-32s %8.1f + %8.1f\n", p.name.c_str(), p.read_bytes / 1e6, p.write_bytes / 1e6);
+            say("  passes (MB read + written; of them kept in cache by the strips):\n");
+            for (const TrafficPass &p : passes) {
+                say("    %-32s %8.1f + %8.1f", p.name.c_str(), p.read_bytes / 1e6, p.write_bytes / 1e6);
+                if (p.cached_bytes > 0) say("; %.1f in cache", p.cached_bytes / 1e6);
+                say("\n");
+            }
+            const double cached = traffic_cached(passes);
+            say("  in cache %.0f MB; the rest over the best triad %.1f ms\n", cached / 1e6,
+                (bytes - cached) / (bw.hi * 1e6));
         }
         if (o.kernels) { // counts include run_ours' warm-up merge
             kernel_timing_install();

@@ -11,6 +11,11 @@
 struct TrafficPass {
     std::string name;
     double read_bytes, write_bytes;
+    // Of those, the bytes that the strip schedule keeps in cache: 16-bit
+    // scratch rows written and read back within a strip, and rows a pass
+    // reads right after the pass before it wrote or read them.  Still part
+    // of the floor, which counts the passes as designed.
+    double cached_bytes;
 };
 
 // Passes of a merge of an in_w x in_h input whose working (overlap) size is
@@ -18,3 +23,4 @@ struct TrafficPass {
 // ran (the context's le_flag / he_flag after the merge).
 std::vector<TrafficPass> merge_traffic(int in_w, int in_h, int w, int h, bool le_ghost, bool he_ghost);
 double traffic_total(const std::vector<TrafficPass> &passes);
+double traffic_cached(const std::vector<TrafficPass> &passes);

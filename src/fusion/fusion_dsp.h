@@ -41,15 +41,23 @@ typedef decl_weight_normalize_fn(*weight_normalize_fn);
     int w, int h)
 typedef decl_reduce_h_fn(*reduce_h_fn);
 
-// Vertical decimating pass: out_w = ceil8 of the output width, out_h >= 2
-// output rows, t rows out_w elements apart (2 out_h rows are read at most).
-// Row k centred on t[2k]; top row mirrored (taps c0, 2 c1, 2), bottom row
-// k = out_h-1 takes t[2k] in place of t[2k+2] (taps 1, c1, c0 + 1, c1).
+// Vertical decimating pass, output rows y0 .. y1-1 of a level of out_h >= 2
+// rows (out_w = ceil8 of its width): dst points at output row 0, t at
+// scratch row reduce_v_first(y0), the rows out_w elements apart; rows up to
+// reduce_v_end(y1, out_h) - 1 are read.  Row k centred on t[2k]; top row
+// mirrored (taps c0, 2 c1, 2), bottom row k = out_h-1 takes t[2k] in place
+// of t[2k+2] (taps 1, c1, c0 + 1, c1).  Any split of 0 .. out_h into ranges
+// writes the bytes of one whole call.
 // weight ([1 4 54 4 1]): dst = min(255, (sum + 2048) >> 12), 32-bit sums.
 // image ([1 4 6 4 1]):   dst = (sum + 128) >> 8, sums fit 16 bits.
 #define decl_reduce_v_fn(name) void (name)(uint8_t *dst, ptrdiff_t dst_stride, const uint16_t *t, \
-    int out_w, int out_h)
+    int out_w, int out_h, int y0, int y1)
 typedef decl_reduce_v_fn(*reduce_v_fn);
+
+// First scratch row that output row y0 of a vertical reduce reads, and one
+// past the last that rows below y1 read.
+static inline int reduce_v_first(int y0) { return y0 > 0 ? 2 * y0 - 2 : 0; }
+static inline int reduce_v_end(int y1, int out_h) { return y1 < out_h ? 2 * y1 + 1 : 2 * out_h; }
 
 // Horizontal expanding pass of the image pyramid over rows j = 0 .. h-1 of
 // q (w x h bytes, pitch src_stride).  Per row: pads in place q[-1] = q[0],
@@ -64,14 +72,24 @@ typedef decl_reduce_v_fn(*reduce_v_fn);
     ptrdiff_t src_stride, int w, int h, int dst_w)
 typedef decl_image_expand_h_fn(*image_expand_h_fn);
 
-// Vertical expanding pass and band: for every row y < h and column
-// x < ceil8(w), E from the scratch rows (pitch ceil8(w)) by the expand row
-// rules (top 7/1 and 4/4, middle 1/6/1 and 4/4, bottom 1/7 and 8, odd h an
-// extra row 7), band[y][x] = g[y][x] - ((E + 32) >> 6).  h >= 4 rows of the
-// level, i.e. at least 2 scratch rows.
+// Vertical expanding pass and band, rows y0 .. y1-1 of a level of h >= 4
+// rows: for every such row y and column x < ceil8(w), E from the scratch
+// rows (pitch ceil8(w)) by the expand row rules (top 7/1 and 4/4, middle
+// 1/6/1 and 4/4, bottom 1/7 and 8, odd h an extra row 7), band[y][x] =
+// g[y][x] - ((E + 32) >> 6).  band and g point at row 0 of the level, hs at
+// scratch row expand_v_first(y0); rows up to expand_v_end(y1, h) - 1 are
+// read.  Any split of 0 .. h into ranges writes the bytes of one whole call.
 #define decl_image_band_v_fn(name) void (name)(int16_t *band, ptrdiff_t band_stride, \
-    const uint8_t *g, ptrdiff_t g_stride, const uint16_t *hs, int w, int h)
+    const uint8_t *g, ptrdiff_t g_stride, const uint16_t *hs, int w, int h, int y0, int y1)
 typedef decl_image_band_v_fn(*image_band_v_fn);
+
+// First scratch row that output row y0 of a vertical expand reads, and one
+// past the last that rows below y1 read (h: the output rows).
+static inline int expand_v_first(int y0) { return y0 > 1 ? (y0 >> 1) - 1 : 0; }
+static inline int expand_v_end(int y1, int h) {
+    const int end = ((y1 - 1) >> 1) + 2;
+    return end < (h >> 1) ? end : h >> 1;
+}
 
 // Residual: dst[y][x] = src[y][x] zero-extended, exactly w x h (no groups).
 #define decl_residual_copy_fn(name) void (name)(int16_t *dst, const uint8_t *src, \
@@ -97,12 +115,14 @@ typedef decl_band_blend_fn(*band_blend_fn);
     ptrdiff_t src_stride, int w, int h, int dst_w)
 typedef decl_collapse_expand_h_fn(*collapse_expand_h_fn);
 
-// Vertical expanding pass of the collapse: E by the expand row rules in
-// 16-bit wrap-around from the scratch rows (pitch ceil8(w)), then for every
-// row y < h and column x < ceil8(w): l[y][x] = (int16_t)(l[y][x] +
-// ((E + 32) >> 6)), the shift arithmetic on the 16-bit E, done in 32 bits.
+// Vertical expanding pass of the collapse, rows y0 .. y1-1 of a level of
+// h >= 4 rows: E by the expand row rules in 16-bit wrap-around from the
+// scratch rows (pitch ceil8(w)), then for every such row y and column
+// x < ceil8(w): l[y][x] = (int16_t)(l[y][x] + ((E + 32) >> 6)), the shift
+// arithmetic on the 16-bit E, done in 32 bits.  l points at row 0, hs at
+// scratch row expand_v_first(y0), as for the band.
 #define decl_collapse_add_v_fn(name) void (name)(int16_t *l, ptrdiff_t l_stride, \
-    const int16_t *hs, int w, int h)
+    const int16_t *hs, int w, int h, int y0, int y1)
 typedef decl_collapse_add_v_fn(*collapse_add_v_fn);
 
 // Rows of h and their weights for output row y of a vertical expand with

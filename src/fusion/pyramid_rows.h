@@ -23,31 +23,19 @@ template <class T> static inline void pad_repeat(T *p, int w) {
 }
 
 // Expand row rules, shared by the band and the collapse: output rows 2j and
-// 2j+1 come from scratch rows j-1, j, j+1; the top repeats row 0, the bottom
-// repeats the last row, and an odd height gets one more row of weight 7.
+// 2j+1 come from scratch rows j-1, j, j+1 (expand_taps); the top repeats row
+// 0, the bottom repeats the last row, and an odd height gets one more row of
+// weight 7.  Rows y0 .. y1-1; hs holds the scratch rows from
+// expand_v_first(y0) on.
 template <class T, class Emit>
-static inline void expand_rows(const T *hs, int w8, int h, Emit emit) {
-    const int hh = h >> 1;
-    const ptrdiff_t s = w8;
-    const T *last = hs + (hh - 1) * s;
-    for (int x = 0; x < w8; ++x) {
-        emit(0, x, 7 * hs[x] + hs[s + x]);
-        emit(1, x, 4 * hs[x] + 4 * hs[s + x]);
+static inline void expand_rows(const T *hs, int w8, int h, int y0, int y1, Emit emit) {
+    const int first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
+        const ExpandTaps t = expand_taps(y, h >> 1);
+        const T *a = hs + (ptrdiff_t)(t.ra - first) * w8, *b = hs + (ptrdiff_t)(t.rb - first) * w8;
+        const T *c = hs + (ptrdiff_t)(t.rc - first) * w8;
+        for (int x = 0; x < w8; ++x) emit(y, x, t.wa * a[x] + t.wb * b[x] + t.wc * c[x]);
     }
-    for (int j = 1; j < hh - 1; ++j) {
-        const T *c = hs + j * s;
-        for (int x = 0; x < w8; ++x) {
-            emit(2 * j, x, c[x - s] + 6 * c[x] + c[x + s]);
-            emit(2 * j + 1, x, 4 * c[x] + 4 * c[x + s]);
-        }
-    }
-    const int j = hh - 1;
-    for (int x = 0; x < w8; ++x) {
-        emit(2 * j, x, last[x - s] + 7 * last[x]);
-        emit(2 * j + 1, x, 8 * last[x]);
-    }
-    if (h & 1)
-        for (int x = 0; x < w8; ++x) emit(2 * j + 2, x, 7 * last[x]);
 }
 
 // Horizontal decimating pass of both pyramids (reduce_h_fn), centre tap C:
@@ -69,18 +57,18 @@ template <int C> decl_reduce_h_fn(pyramid_reduce_h_c) {
 template <unsigned C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_c) {
     const auto out = [](unsigned sum) { return min_u8((sum + (1u << (Shift - 1))) >> Shift); };
     const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; ++x) dst[x] = out(C * t[x] + 8u * t[s + x] + 2u * t[2 * s + x]);
-    for (int k = 1; k < out_h - 1; ++k) {
-        const uint16_t *c = t + 2 * k * s;
+    const int first = reduce_v_first(y0);
+    for (int k = y0; k < y1; ++k) {
+        const uint16_t *c = t + (2 * k - first) * s;
         uint8_t *d = dst + k * dst_stride;
-        for (int x = 0; x < out_w; ++x)
-            d[x] = out(c[x - 2 * s] + 4u * c[x - s] + C * c[x] + 4u * c[x + s] + c[x + 2 * s]);
+        if (k == 0)
+            for (int x = 0; x < out_w; ++x) d[x] = out(C * c[x] + 8u * c[s + x] + 2u * c[2 * s + x]);
+        else if (k < out_h - 1)
+            for (int x = 0; x < out_w; ++x)
+                d[x] = out(c[x - 2 * s] + 4u * c[x - s] + C * c[x] + 4u * c[x + s] + c[x + 2 * s]);
+        else // the row below the bottom centre is the centre itself, not a mirror
+            for (int x = 0; x < out_w; ++x) d[x] = out(c[x - 2 * s] + 4u * c[x - s] + (C + 1) * c[x] + 4u * c[x + s]);
     }
-    // The row below the bottom centre is the centre itself, not a mirror.
-    const int k = out_h - 1;
-    const uint16_t *c = t + 2 * k * s;
-    uint8_t *d = dst + k * dst_stride;
-    for (int x = 0; x < out_w; ++x) d[x] = out(c[x - 2 * s] + 4u * c[x - s] + (C + 1) * c[x] + 4u * c[x + s]);
 }
 
 // Horizontal expanding pass of the image pyramid (8-bit source, columns in

@@ -3,6 +3,7 @@
 #include "common/arith.h"
 #include "common/dsp.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_strips.h"
 #include "varo_hdr.h"
 
 decl_band_blend_fn(band_blend_c) {
@@ -25,29 +26,40 @@ decl_band_blend_fn(band_blend_c) {
 static inline int16_t wrap16(int v) { return (int16_t)(uint16_t)v; }
 
 decl_collapse_add_v_fn(collapse_add_v_c) {
-    expand_rows(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, int e) {
+    expand_rows(hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, int e) {
         int16_t *d = &l[y * l_stride + x];
         *d = wrap16(*d + ((wrap16(e) + 32) >> 6));
     });
+}
+
+// Blend of rows y0 .. y1-1 of level l into frame 0's pyramid.
+static void blend_rows(const FusionDsp &dsp, HdrContext *ctx, int l, int y0, int y1) {
+    HdrLaplacianLevel(*lap)[VARO_HDR_MAX_LEVELS] = ctx->img_laplacian_pyramid;
+    uint8_t *const(*wp)[VARO_HDR_MAX_LEVELS] = ctx->w_gaussian_pyramid;
+    const ptrdiff_t pitch = ctx->row_stride[l], o = y0 * pitch;
+    dsp.band_blend(lap[HE_IDX][l].IY + o, lap[LE_IDX][l].IY + o, lap[AE_IDX][l].IY + o, pitch, wp[HE_IDX][l] + o,
+                   wp[LE_IDX][l] + o, wp[AE_IDX][l] + o, pitch, (int)ceil8((unsigned)(ctx->width >> l)), y1 - y0);
 }
 
 extern "C" VARO_HDR_API void ImageReconstruct(HdrContext *ctx, int32_t level_count) {
     if (level_count <= 0) return;
     const FusionDsp &dsp = hdr_dsp()->fusion;
     HdrLaplacianLevel(*lap)[VARO_HDR_MAX_LEVELS] = ctx->img_laplacian_pyramid;
-    for (int l = 0; l < level_count; ++l) {
-        const int w = ctx->width >> l, h = ctx->height >> l;
-
-        dsp.band_blend(lap[HE_IDX][l].IY, lap[LE_IDX][l].IY, lap[AE_IDX][l].IY, ctx->row_stride[l],
-                       ctx->w_gaussian_pyramid[HE_IDX][l], ctx->w_gaussian_pyramid[LE_IDX][l],
-                       ctx->w_gaussian_pyramid[AE_IDX][l], ctx->row_stride[l],
-                       (int)ceil8((unsigned)w), h);
-
-    }
+    const int top = level_count - 1;
+    blend_rows(dsp, ctx, top, 0, ctx->height >> top);
+    // Coarse to fine: each strip of a level is blended just before the
+    // expanded coarser level is added to it, while its rows are in cache.
     int16_t *scratch = ctx->inter_buf[HE_IDX];
     for (int l = level_count - 2; l >= 0; --l) {
         const int w = ctx->width >> l, h = ctx->height >> l;
-        dsp.collapse_expand_h(scratch, lap[HE_IDX][l + 1].IY, ctx->row_stride[l + 1], w >> 1, h >> 1, w);
-        dsp.collapse_add_v(lap[HE_IDX][l].IY, ctx->row_stride[l], scratch, w, h);
+        int16_t *q = lap[HE_IDX][l + 1].IY, *out = lap[HE_IDX][l].IY;
+        const ptrdiff_t pitch = ctx->row_stride[l], pitch_n = ctx->row_stride[l + 1];
+        expand_strips(
+            scratch, w, h,
+            [&](int16_t *t, int row, int rows) { dsp.collapse_expand_h(t, q + row * pitch_n, pitch_n, w >> 1, rows, w); },
+            [&](const int16_t *t, int y0, int y1) {
+                blend_rows(dsp, ctx, l, y0, y1);
+                dsp.collapse_add_v(out, pitch, t, w, h, y0, y1);
+            });
     }
 }

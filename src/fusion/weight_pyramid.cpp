@@ -2,7 +2,7 @@
 // direction, halving each level.
 #include "common/arith.h"
 #include "common/dsp.h"
-#include "fusion/pyramid_rows.h"
+#include "fusion/pyramid_strips.h"
 #include "varo_hdr.h"
 
 extern "C" VARO_HDR_API void WeightGaussPyramid(uint8_t *const *level_buffers, int16_t *inter_buf,
@@ -11,11 +11,7 @@ extern "C" VARO_HDR_API void WeightGaussPyramid(uint8_t *const *level_buffers, i
     if (level_count < 2) return;
     const FusionDsp &dsp = hdr_dsp()->fusion;
     uint16_t *t = (uint16_t *)inter_buf;
-    int w = width, h = height;
-    for (int l = 1; l < level_count; ++l) {
-        dsp.weight_reduce_h(t, level_buffers[l - 1], row_stride[l - 1], w, h);
-        w >>= 1;
-        h >>= 1;
-        dsp.weight_reduce_v(level_buffers[l], row_stride[l], t, (int)ceil8((unsigned)w), h);
-    }
+    for (int l = 1; l < level_count; ++l)
+        reduce_strips(dsp.weight_reduce_h, dsp.weight_reduce_v, level_buffers[l], row_stride[l], level_buffers[l - 1],
+                      row_stride[l - 1], width >> (l - 1), height >> (l - 1), t);
 }

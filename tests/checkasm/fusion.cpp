@@ -26,6 +26,18 @@ int bands(CheckasmBufs &b, size_t count, int pitch, int w, int h, int i, size_t 
     return b.s16(count, pitch, w, h, i % 3 == 2 ? -32768 : -512, i % 3 == 2 ? 32767 : 511, i, lead);
 }
 
+// Vertical kernels emit row ranges: the reference makes the whole plane in
+// one call, the variant under test in a random split of ranges of 1 .. 8
+// rows (now and then longer), each with the scratch rows from its first
+// needed row on.
+template <class F> void row_ranges(bool split, int n, F call) {
+    for (int y0 = 0, y1; y0 < n; y0 = y1) {
+        const int len = !split ? n : checkasm_rand() % 4 ? checkasm_rand_range(1, 8) : checkasm_rand_range(1, n);
+        y1 = std::min(n, y0 + len);
+        call(y0, y1);
+    }
+}
+
 const struct {
     const char *name;
     reduce_h_fn FusionDsp::*h;
@@ -83,7 +95,10 @@ CHECKASM_TEST(fusion) {
                 const int t = b.s16((size_t)2 * c.h * out_w, out_w, out_w, 2 * c.h, 0, k.max_sum, c.i);
                 const int dst = b.u8((size_t)(c.h - 1) * c.pitch + out_w, c.pitch);
                 b.run([&](const HdrDsp &d, bool o) {
-                    (d.fusion.*k.v)(b.p<uint8_t>(dst, o), c.pitch, b.p<uint16_t>(t, o), out_w, c.h);
+                    row_ranges(o, c.h, [&](int y0, int y1) {
+                        (d.fusion.*k.v)(b.p<uint8_t>(dst, o), c.pitch, b.p<uint16_t>(t, o, (size_t)reduce_v_first(y0) * out_w),
+                                        out_w, c.h, y0, y1);
+                    });
                 }, c.i == 2, "%s_reduce_v %dx%d pitch %d", k.name, c.w, c.h, c.pitch);
             }
     }
@@ -107,8 +122,10 @@ CHECKASM_TEST(fusion) {
             const int hs = b.s16((size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, 0, 8 * 255, c.i + 1);
             const int band = b.s16((size_t)(c.h - 1) * c.pitch + w8, c.pitch);
             b.run([&](const HdrDsp &d, bool o) {
-                d.fusion.image_band_v(b.p<int16_t>(band, o), c.pitch, b.p<uint8_t>(g, o), c.pitch,
-                                      b.p<uint16_t>(hs, o), c.w, c.h);
+                row_ranges(o, c.h, [&](int y0, int y1) {
+                    d.fusion.image_band_v(b.p<int16_t>(band, o), c.pitch, b.p<uint8_t>(g, o), c.pitch,
+                                          b.p<uint16_t>(hs, o, (size_t)expand_v_first(y0) * w8), c.w, c.h, y0, y1);
+                });
             }, c.i == 2, "image_band_v %dx%d pitch %d", c.w, c.h, c.pitch);
         }
     if (checkasm_check_func(opt.residual_copy != ref.residual_copy, "residual_copy"))
@@ -148,7 +165,10 @@ CHECKASM_TEST(fusion) {
             const int hs = bands(b, (size_t)(c.h >> 1) * w8, w8, w8, c.h >> 1, c.i);
             const int l = bands(b, (size_t)(c.h - 1) * c.pitch + w8, c.pitch, w8, c.h, c.i + 1);
             b.run([&](const HdrDsp &d, bool o) {
-                d.fusion.collapse_add_v(b.p<int16_t>(l, o), c.pitch, b.p<int16_t>(hs, o), c.w, c.h);
+                row_ranges(o, c.h, [&](int y0, int y1) {
+                    d.fusion.collapse_add_v(b.p<int16_t>(l, o), c.pitch, b.p<int16_t>(hs, o, (size_t)expand_v_first(y0) * w8),
+                                            c.w, c.h, y0, y1);
+                });
             }, c.i == 2, "collapse_add_v %dx%d pitch %d", c.w, c.h, c.pitch);
         }
 }

@@ -9,15 +9,17 @@
 // (s + 128) >> 8 without losing the carry, as the scalar int arithmetic does.
 decl_reduce_v_fn(image_reduce_v_neon) {
     const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; x += 8) {
-        uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
-        uint16x8_t sum = vmulq_n_u16(t0, 6);                // 6 t0
-        sum = vaddq_u16(sum, vshlq_n_u16(t1, 3));           // + 8 t1
-        sum = vaddq_u16(sum, vshlq_n_u16(t2, 1));           // + 2 t2
-        vst1_u8(dst + x, vrshrn_n_u16(sum, 8));
-    }
-    for (int k = 1; k < out_h; ++k) {
-        const uint16_t *c = t + 2 * k * s;
+    const int first = reduce_v_first(y0);
+    if (y0 == 0)
+        for (int x = 0; x < out_w; x += 8) {
+            uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
+            uint16x8_t sum = vmulq_n_u16(t0, 6);                // 6 t0
+            sum = vaddq_u16(sum, vshlq_n_u16(t1, 3));           // + 8 t1
+            sum = vaddq_u16(sum, vshlq_n_u16(t2, 1));           // + 2 t2
+            vst1_u8(dst + x, vrshrn_n_u16(sum, 8));
+        }
+    for (int k = y0 > 1 ? y0 : 1; k < y1; ++k) {
+        const uint16_t *c = t + (2 * k - first) * s;
         uint8_t *d = dst + k * dst_stride;
         const bool bottom = k == out_h - 1;
         const uint16_t cw = bottom ? 7 : 6;
@@ -57,7 +59,7 @@ decl_image_expand_h_fn(image_expand_h_neon) {
 }
 
 decl_image_band_v_fn(image_band_v_neon) {
-    expand_rows_neon(hs, (int)ceil8((unsigned)w), h, [&](int y, int x, uint16x8_t e) {
+    expand_rows_neon(hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, uint16x8_t e) {
         // E <= 16320: the unsigned rounding shift is exact, and g - e wraps to
         // the signed difference.
         uint16x8_t gv = vmovl_u8(vld1_u8(g + y * g_stride + x));

@@ -53,7 +53,7 @@ decl_collapse_expand_h_fn(collapse_expand_h_neon) {
 // vrsra adds (E + 32) >> 6 with the rounding carried beyond 16 bits, as the
 // scalar shift of the widened E does; the accumulation wraps.
 decl_collapse_add_v_fn(collapse_add_v_neon) {
-    expand_rows_neon((const uint16_t *)hs, (int)ceil8((unsigned)w), h, [&](int y, int x, uint16x8_t e) {
+    expand_rows_neon((const uint16_t *)hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, uint16x8_t e) {
         int16_t *d = l + y * l_stride + x;
         vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
     });

@@ -155,7 +155,8 @@ static inline uint8x8_t weight_out(uint32x4_t lo, uint32x4_t hi) {
 
 decl_reduce_v_fn(weight_reduce_v_neon) {
     const ptrdiff_t s = out_w;
-    for (int x = 0; x < out_w; x += 8) {
+    const int first = reduce_v_first(y0);
+    for (int x = 0; y0 == 0 && x < out_w; x += 8) {
         uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
         // 54 t0 + 8 t1 + 2 t2
         uint32x4_t lo = vmull_n_u16(vget_low_u16(t0), 54);
@@ -166,8 +167,8 @@ decl_reduce_v_fn(weight_reduce_v_neon) {
         hi = vmlal_n_u16(hi, vget_high_u16(t2), 2);
         vst1_u8(dst + x, weight_out(lo, hi));
     }
-    for (int k = 1; k < out_h; ++k) {
-        const uint16_t *c = t + 2 * k * s;
+    for (int k = y0 > 1 ? y0 : 1; k < y1; ++k) {
+        const uint16_t *c = t + (2 * k - first) * s;
         uint8_t *d = dst + k * dst_stride;
         const bool bottom = k == out_h - 1;
         for (int x = 0; x < out_w; x += 8) {

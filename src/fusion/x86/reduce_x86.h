@@ -11,13 +11,13 @@
 namespace {
 
 // Five scratch rows (missing ones repeated with weight 0) and their weights
-// for output row k; the rounding constant rides with the fifth row.
+// for output row k, whose centre row t[2k] is at c; the rounding constant
+// rides with the fifth row.
 struct ReduceTaps {
     const uint16_t *r[5];
     int w[5];
 };
-template <int C> inline ReduceTaps reduce_taps(const uint16_t *t, ptrdiff_t s, int k, int out_h) {
-    const uint16_t *c = t + 2 * k * s;
+template <int C> inline ReduceTaps reduce_taps(const uint16_t *c, ptrdiff_t s, int k, int out_h) {
     if (k == 0) return {{c, c + s, c + 2 * s, c, c}, {C, 8, 2, 0, 0}};
     if (k == out_h - 1) return {{c - 2 * s, c - s, c, c + s, c}, {1, 4, C + 1, 4, 0}};
     return {{c - 2 * s, c - s, c, c + s, c + 2 * s}, {1, 4, C, 4, 1}};

@@ -46,8 +46,10 @@ template <int C> decl_reduce_h_fn(pyramid_reduce_h_sse41) {
 }
 
 template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_sse41) {
-    for (int k = 0; k < out_h; ++k, dst += dst_stride) {
-        const ReduceTaps tp = reduce_taps<C>(t, out_w, k, out_h);
+    const int first = reduce_v_first(y0);
+    dst += y0 * dst_stride;
+    for (int k = y0; k < y1; ++k, dst += dst_stride) {
+        const ReduceTaps tp = reduce_taps<C>(t + (ptrdiff_t)(2 * k - first) * out_w, out_w, k, out_h);
         const __m128i w01 = mul_pair(tp.w[0], tp.w[1]), w23 = mul_pair(tp.w[2], tp.w[3]);
         const __m128i w4r = mul_pair(tp.w[4], 1 << (Shift - 1));
         for (int x = 0; x < out_w; x += 8) _mm_storel_epi64((__m128i *)(dst + x), reduce_v8<Shift>(tp, x, w01, w23, w4r));
@@ -55,11 +57,11 @@ template <int C, int Shift> decl_reduce_v_fn(pyramid_reduce_v_sse41) {
 }
 
 decl_image_band_v_fn(image_band_v_sse41) {
-    const int w8 = (w + 7) & ~7, hh = h >> 1;
+    const int w8 = (w + 7) & ~7, hh = h >> 1, first = expand_v_first(y0);
     const int16_t *s = (const int16_t *)hs;
-    for (int y = 0; y < h; ++y) {
+    for (int y = y0; y < y1; ++y) {
         const ExpandTaps t = expand_taps(y, hh);
-        const int16_t *a = s + t.ra * w8, *b = s + t.rb * w8, *c = s + t.rc * w8;
+        const int16_t *a = s + (t.ra - first) * w8, *b = s + (t.rb - first) * w8, *c = s + (t.rc - first) * w8;
         const __m128i wa = _mm_set1_epi16(t.wa), wb = _mm_set1_epi16(t.wb), wc = _mm_set1_epi16(t.wc);
         const uint8_t *gr = g + y * g_stride;
         int16_t *d = band + y * band_stride;
