@@ -105,22 +105,23 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_neon) {
     }
 }
 
-// 8 source pairs per step from a, b, c (the source from pairs k-1, k, k+1
-// on): the widening sums give even output pairs 2k and odd pairs 2k+1 in
-// separate vectors, and vst2 of 32-bit units interleaves them pair by pair.
-static inline void expand_pairs(int16_t *d, int8x16_t a, int8x16_t b, int8x16_t c, int8x8_t six) {
-    int32x4x2_t lo, hi;
-    lo.val[0] = vreinterpretq_s32_s16(vmlal_s8(vaddl_s8(vget_low_s8(a), vget_low_s8(c)), vget_low_s8(b), six));
-    lo.val[1] = vreinterpretq_s32_s16(vshlq_n_s16(vaddl_s8(vget_low_s8(b), vget_low_s8(c)), 2));
-    hi.val[0] = vreinterpretq_s32_s16(vmlal_s8(vaddl_s8(vget_high_s8(a), vget_high_s8(c)), vget_high_s8(b), six));
-    hi.val[1] = vreinterpretq_s32_s16(vshlq_n_s16(vaddl_s8(vget_high_s8(b), vget_high_s8(c)), 2));
-    vst2q_s32((int32_t *)d, lo);
-    vst2q_s32((int32_t *)(d + 16), hi);
+// vld2 splits the pairs into their components (a, b, c: the source from
+// pairs k-1, k and k+1 on) and vst4 writes, per source pair k, output pair
+// 2k = a + 6b + c then 2k+1 = 4b + 4c of each component: 8 source pairs in,
+// 16 pairs out.
+static inline void expand_pairs(int16_t *d, int8x8x2_t a, int8x8x2_t b, int8x8x2_t c, int8x8_t six) {
+    int16x8x4_t out;
+    for (int i = 0; i < 2; ++i) {
+        out.val[i] = vmlal_s8(vaddl_s8(a.val[i], c.val[i]), b.val[i], six);
+        out.val[2 + i] = vshlq_n_s16(vaddl_s8(b.val[i], c.val[i]), 2);
+    }
+    vst4q_s16(d, out);
 }
 
-// Each step loads the vector after its own and shifts b and c out of the
-// two; the last step, whose next vector would lie past what the row's
-// expansion reads, loads its three vectors directly.
+static inline int8x8x2_t low_half(int8x16x2_t v) { return {{vget_low_s8(v.val[0]), vget_low_s8(v.val[1])}}; }
+static inline int8x8x2_t high_half(int8x16x2_t v) { return {{vget_high_s8(v.val[0]), vget_high_s8(v.val[1])}}; }
+
+// 16 source pairs per step, a last step of 8.
 decl_chroma_expand_h_fn(chroma_expand_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8((unsigned)src_pairs);
@@ -130,13 +131,13 @@ decl_chroma_expand_h_fn(chroma_expand_h_neon) {
         int8_t *q = src;
         pad_pairs_repeat(q, src_pairs);
         int k = 0;
-        int8x16_t x0 = vld1q_s8(q - 2);
-        for (; k + 8 < kmax; k += 8) {
-            const int8x16_t x1 = vld1q_s8(q + 2 * k + 14);
-            expand_pairs(dst + 4 * k, x0, vextq_s8(x0, x1, 2), vextq_s8(x0, x1, 4), six);
-            x0 = x1;
+        for (; k + 16 <= kmax; k += 16) {
+            const int8x16x2_t a = vld2q_s8(q + 2 * k - 2), b = vld2q_s8(q + 2 * k), c = vld2q_s8(q + 2 * k + 2);
+            expand_pairs(dst + 4 * k, low_half(a), low_half(b), low_half(c), six);
+            expand_pairs(dst + 4 * k + 32, high_half(a), high_half(b), high_half(c), six);
         }
-        if (k < kmax) expand_pairs(dst + 4 * k, x0, vld1q_s8(q + 2 * k), vld1q_s8(q + 2 * k + 2), six);
+        if (k < kmax)
+            expand_pairs(dst + 4 * k, vld2_s8(q + 2 * k - 2), vld2_s8(q + 2 * k), vld2_s8(q + 2 * k + 2), six);
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }

@@ -40,20 +40,30 @@ decl_chroma_blend_fn(chroma_blend_neon) {
     }
 }
 
-// 4 source pairs per step: even output pairs 2k and odd pairs 2k+1 in
-// separate vectors, interleaved pair by pair by vst2 of 32-bit units; 16-bit
-// wrapping sums as in the reference.  a, b, c: the source from pairs k-1,
-// k and k+1 on.
-static inline void collapse_pairs(int16_t *d, int16x8_t a, int16x8_t b, int16x8_t c, int16x8_t six) {
-    int32x4x2_t out;
-    out.val[0] = vreinterpretq_s32_s16(vmlaq_s16(vaddq_s16(a, c), b, six));
-    out.val[1] = vreinterpretq_s32_s16(vshlq_n_s16(vaddq_s16(b, c), 2));
-    vst2q_s32((int32_t *)d, out);
+// vld2 splits the pairs into their components and vst4 writes, per source
+// pair k, output pair 2k = a + 6b + c then 2k+1 = 4b + 4c of each component
+// (a, b, c: the source from pairs k-1, k and k+1 on); 16-bit wrapping sums
+// as in the reference.  8 source pairs per step, a last step of 4.
+static inline void collapse_pairs8(int16_t *d, const int16_t *q, int16x8_t six) {
+    const int16x8x2_t a = vld2q_s16(q - 2), b = vld2q_s16(q), c = vld2q_s16(q + 2);
+    int16x8x4_t out;
+    for (int i = 0; i < 2; ++i) {
+        out.val[i] = vmlaq_s16(vaddq_s16(a.val[i], c.val[i]), b.val[i], six);
+        out.val[2 + i] = vshlq_n_s16(vaddq_s16(b.val[i], c.val[i]), 2);
+    }
+    vst4q_s16(d, out);
 }
 
-// Each step loads the vector after its own and shifts b and c out of the
-// two; the last step, whose next vector would lie past what the row's
-// expansion reads, loads its three vectors directly.
+static inline void collapse_pairs4(int16_t *d, const int16_t *q, int16x4_t six) {
+    const int16x4x2_t a = vld2_s16(q - 2), b = vld2_s16(q), c = vld2_s16(q + 2);
+    int16x4x4_t out;
+    for (int i = 0; i < 2; ++i) {
+        out.val[i] = vmla_s16(vadd_s16(a.val[i], c.val[i]), b.val[i], six);
+        out.val[2 + i] = vshl_n_s16(vadd_s16(b.val[i], c.val[i]), 2);
+    }
+    vst4_s16(d, out);
+}
+
 decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8(2u * (unsigned)src_pairs) / 2;
@@ -63,13 +73,8 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
         int16_t *q = src;
         pad_pairs_repeat(q, src_pairs);
         int k = 0;
-        int16x8_t x0 = vld1q_s16(q - 2);
-        for (; k + 4 < kmax; k += 4) {
-            const int16x8_t x1 = vld1q_s16(q + 2 * k + 6);
-            collapse_pairs(dst + 4 * k, x0, vextq_s16(x0, x1, 2), vextq_s16(x0, x1, 4), six);
-            x0 = x1;
-        }
-        if (k < kmax) collapse_pairs(dst + 4 * k, x0, vld1q_s16(q + 2 * k), vld1q_s16(q + 2 * k + 2), six);
+        for (; k + 8 <= kmax; k += 8) collapse_pairs8(dst + 4 * k, q + 2 * k, six);
+        if (k < kmax) collapse_pairs4(dst + 4 * k, q + 2 * k, vget_low_s16(six));
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }
