@@ -130,14 +130,14 @@ decl_chroma_expand_h_fn(chroma_expand_h_neon) {
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int8_t *q = src;
         pad_pairs_repeat(q, src_pairs);
-        int k = 0;
-        for (; k + 16 <= kmax; k += 16) {
-            const int8x16x2_t a = vld2q_s8(q + 2 * k - 2), b = vld2q_s8(q + 2 * k), c = vld2q_s8(q + 2 * k + 2);
-            expand_pairs(dst + 4 * k, low_half(a), low_half(b), low_half(c), six);
-            expand_pairs(dst + 4 * k + 32, high_half(a), high_half(b), high_half(c), six);
+        const int8_t *s = q, *end = q + 2 * (kmax & ~15);
+        int16_t *d = dst;
+        for (; s != end; s += 32, d += 64) {
+            const int8x16x2_t a = vld2q_s8(s - 2), b = vld2q_s8(s), c = vld2q_s8(s + 2);
+            expand_pairs(d, low_half(a), low_half(b), low_half(c), six);
+            expand_pairs(d + 32, high_half(a), high_half(b), high_half(c), six);
         }
-        if (k < kmax)
-            expand_pairs(dst + 4 * k, vld2_s8(q + 2 * k - 2), vld2_s8(q + 2 * k), vld2_s8(q + 2 * k + 2), six);
+        if (kmax & 8) expand_pairs(d, vld2_s8(s - 2), vld2_s8(s), vld2_s8(s + 2), six);
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }

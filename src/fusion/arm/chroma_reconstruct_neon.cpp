@@ -72,9 +72,10 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int16_t *q = src;
         pad_pairs_repeat(q, src_pairs);
-        int k = 0;
-        for (; k + 8 <= kmax; k += 8) collapse_pairs8(dst + 4 * k, q + 2 * k, six);
-        if (k < kmax) collapse_pairs4(dst + 4 * k, q + 2 * k, vget_low_s16(six));
+        const int16_t *s = q, *end = q + 2 * (kmax & ~7);
+        int16_t *d = dst;
+        for (; s != end; s += 16, d += 32) collapse_pairs8(d, s, six);
+        if (kmax & 4) collapse_pairs4(d, s, vget_low_s16(six));
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }

@@ -27,20 +27,18 @@ static decl_reduce_h_fn(pyramid_reduce_h_neon) {
     for (int r = 0; r < h; ++r, src += src_stride, dst += n) {
         uint8_t *p = src;
         pad_mirror(p, w);
-        int k = 0;
-        for (; k + 16 <= n; k += 16) {
-            const uint8_t *b = p + 2 * k;
+        const uint8_t *b = p, *end = p + 2 * (n & ~15);
+        uint16_t *d = dst;
+        for (; b != end; b += 32, d += 16) {
             const uint8x16x2_t lo = vld2q_u8(b - 2), mid = vld2q_u8(b), hi = vld2q_u8(b + 2);
-            vst1q_u16(dst + k, reduce_taps(vget_low_u8(lo.val[0]), vget_low_u8(lo.val[1]), vget_low_u8(mid.val[0]),
-                                           vget_low_u8(mid.val[1]), vget_low_u8(hi.val[0]), centre));
-            vst1q_u16(dst + k + 8, reduce_taps(vget_high_u8(lo.val[0]), vget_high_u8(lo.val[1]),
-                                               vget_high_u8(mid.val[0]), vget_high_u8(mid.val[1]),
-                                               vget_high_u8(hi.val[0]), centre));
+            vst1q_u16(d, reduce_taps(vget_low_u8(lo.val[0]), vget_low_u8(lo.val[1]), vget_low_u8(mid.val[0]),
+                                     vget_low_u8(mid.val[1]), vget_low_u8(hi.val[0]), centre));
+            vst1q_u16(d + 8, reduce_taps(vget_high_u8(lo.val[0]), vget_high_u8(lo.val[1]), vget_high_u8(mid.val[0]),
+                                         vget_high_u8(mid.val[1]), vget_high_u8(hi.val[0]), centre));
         }
-        if (k < n) {
-            const uint8_t *b = p + 2 * k;
+        if (n & 8) {
             const uint8x8x2_t lo = vld2_u8(b - 2), mid = vld2_u8(b), hi = vld2_u8(b + 2);
-            vst1q_u16(dst + k, reduce_taps(lo.val[0], lo.val[1], mid.val[0], mid.val[1], hi.val[0], centre));
+            vst1q_u16(d, reduce_taps(lo.val[0], lo.val[1], mid.val[0], mid.val[1], hi.val[0], centre));
         }
     }
 }
