@@ -59,7 +59,8 @@ typedef decl_chroma_copy_flip_fn(*chroma_copy_flip_fn);
 // pair[pairs] = pair[pairs - 2], i.e. bytes -4..-1 and 2*pairs, 2*pairs + 1),
 // then ceil8(2 * (pairs >> 1)) values t = p[-2] + 4p[-1] + 6p[0] + 4p[1] + p[2]
 // (pair offsets, centred on even pairs) are written to dst, rows back to back
-// at that pitch.  t is in -2048..2032.  Reads bytes -4 .. 2*ceil8(...) + 1.
+// at that pitch.  t is in -2048..2032.  Reads bytes -4 .. 2*ceil8(...) + 1
+// (vector variants up to + 3: whole pairs of the last step).
 #define decl_chroma_reduce_h_fn(name) void (name)(int16_t *dst, int8_t *src, ptrdiff_t src_stride, \
     int pairs, int rows)
 typedef decl_chroma_reduce_h_fn(*chroma_reduce_h_fn);

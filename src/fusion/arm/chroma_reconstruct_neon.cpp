@@ -5,9 +5,24 @@
 #include "common/neon.h"
 #include "fusion/arm/fusion_neon.h"
 
-// 16 values of b0 (8 pairs) per step.  Each weight is duplicated for the two
-// components; products and sums in 32 bits, vrshrn = (a + 128) >> 8 with the
-// low 16 bits kept, as in the reference.
+// (w0 a0 + w1 a1 + w2 a2 + 128) >> 8 in 32 bits, low 16 bits kept (vrshrn).
+static inline int16x8_t blend3(int16x8_t a0, int16x8_t a1, int16x8_t a2, int16x8_t k0, int16x8_t k1,
+                               int16x8_t k2) {
+    int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(k0));
+    int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(k0));
+    lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(k1));
+    hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(k1));
+    lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(k2));
+    hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(k2));
+    return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
+}
+
+static inline int16x8_t widen_weights(const uint8_t *w) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(w))); }
+
+// 8 pairs per step: vld2 splits the 16 values into the first and the second
+// components, so pair x's weight sits in lane x of both, and vst2 puts them
+// back.  A step reads all 16 values before writing, as the reference does
+// when its last step lands on the next row.
 decl_chroma_blend_fn(chroma_blend_neon) {
     const int n = (int)ceil8((unsigned)pairs);
     for (int y = 0; y < rows; ++y) {
@@ -15,61 +30,80 @@ decl_chroma_blend_fn(chroma_blend_neon) {
         const int16_t *p1 = b1 + y * stride, *p2 = b2 + y * stride;
         const uint8_t *v0 = w0 + y * w_stride, *v1 = w1 + y * w_stride, *v2 = w2 + y * w_stride;
         for (int x = 0; x < n; x += 8) {
-            const int16x8_t ws0 = vreinterpretq_s16_u16(vmovl_u8(vld1_u8(v0 + x)));
-            const int16x8_t ws1 = vreinterpretq_s16_u16(vmovl_u8(vld1_u8(v1 + x)));
-            const int16x8_t ws2 = vreinterpretq_s16_u16(vmovl_u8(vld1_u8(v2 + x)));
-            const int16x8x2_t d0 = vzipq_s16(ws0, ws0), d1 = vzipq_s16(ws1, ws1),
-                              d2 = vzipq_s16(ws2, ws2);
-            for (int half = 0; half < 2; ++half) {
-                const int o = 2 * x + 8 * half;
-                const int16x8_t a0 = vld1q_s16(p0 + o), a1 = vld1q_s16(p1 + o),
-                                a2 = vld1q_s16(p2 + o);
-                int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(d0.val[half]));
-                lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(d1.val[half]));
-                lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(d2.val[half]));
-                int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(d0.val[half]));
-                hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(d1.val[half]));
-                hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(d2.val[half]));
-                vst1q_s16(p0 + o, vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8)));
-            }
+            const int16x8_t k0 = widen_weights(v0 + x), k1 = widen_weights(v1 + x), k2 = widen_weights(v2 + x);
+            const int16x8x2_t a0 = vld2q_s16(p0 + 2 * x), a1 = vld2q_s16(p1 + 2 * x), a2 = vld2q_s16(p2 + 2 * x);
+            int16x8x2_t out;
+            out.val[0] = blend3(a0.val[0], a1.val[0], a2.val[0], k0, k1, k2);
+            out.val[1] = blend3(a0.val[1], a1.val[1], a2.val[1], k0, k1, k2);
+            vst2q_s16(p0 + 2 * x, out);
         }
     }
 }
 
-// Even pair 2k and odd pair 2k+1 in separate vectors, interleaved as 32-bit
-// units (one pair each); 16-bit wrapping sums as in the reference.
+// vld2 splits the pairs into their components and vst4 writes, per source
+// pair k, output pair 2k = a + 6b + c then 2k+1 = 4b + 4c of each component
+// (a, b, c: the source from pairs k-1, k and k+1 on); 16-bit wrapping sums
+// as in the reference.  8 source pairs per step, a last step of 4.
+static inline void collapse_pairs8(int16_t *d, const int16_t *q, int16x8_t six) {
+    const int16x8x2_t a = vld2q_s16(q - 2), b = vld2q_s16(q), c = vld2q_s16(q + 2);
+    int16x8x4_t out;
+    for (int i = 0; i < 2; ++i) {
+        out.val[i] = vmlaq_s16(vaddq_s16(a.val[i], c.val[i]), b.val[i], six);
+        out.val[2 + i] = vshlq_n_s16(vaddq_s16(b.val[i], c.val[i]), 2);
+    }
+    vst4q_s16(d, out);
+}
+
+static inline void collapse_pairs4(int16_t *d, const int16_t *q, int16x4_t six) {
+    const int16x4x2_t a = vld2_s16(q - 2), b = vld2_s16(q), c = vld2_s16(q + 2);
+    int16x4x4_t out;
+    for (int i = 0; i < 2; ++i) {
+        out.val[i] = vmla_s16(vadd_s16(a.val[i], c.val[i]), b.val[i], six);
+        out.val[2 + i] = vshl_n_s16(vadd_s16(b.val[i], c.val[i]), 2);
+    }
+    vst4_s16(d, out);
+}
+
 decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
     const int pitch = (int)ceil8(2u * (unsigned)dst_pairs);
     const int kmax = (int)ceil8(2u * (unsigned)src_pairs) / 2;
     const int e = 2 * src_pairs;
+    const int16x8_t six = vdupq_n_s16(6);
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int16_t *q = src;
         pad_pairs_repeat(q, src_pairs);
-        for (int k = 0; k < kmax; k += 4) {
-            const int16x8_t a = vld1q_s16(q + 2 * k - 2), b = vld1q_s16(q + 2 * k),
-                            c = vld1q_s16(q + 2 * k + 2);
-            const int16x8_t even = vmlaq_n_s16(vaddq_s16(a, c), b, 6);
-            const int16x8_t odd = vshlq_n_s16(vaddq_s16(b, c), 2);
-            store_interleaved(dst + 4 * k, even, odd);
-        }
+        const int16_t *s = q, *end = q + 2 * (kmax & ~7);
+        int16_t *d = dst;
+        for (; s != end; s += 16, d += 32) collapse_pairs8(d, s, six);
+        if (kmax & 4) collapse_pairs4(d, s, vget_low_s16(six));
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }
 
-// E in wrapping 16-bit sums; vrsra adds (E + 32) >> 6 with the rounding done
-// at full precision and the accumulation wrapping, as the reference does.
+// Output rows 2j and 2j+1 share scratch rows j and j+1, so they are formed
+// together: E[2j] = h[j-1] + 6 h[j] + h[j+1], E[2j+1] = 4 h[j] + 4 h[j+1]
+// (rows clamped at the ends), and an odd row count's last row 7 h[last].
+// E wraps to 16 bits; vrsra adds (E + 32) >> 6 with the rounding done at
+// full precision and the accumulation wrapping, as the reference does.
 decl_chroma_collapse_v_fn(chroma_collapse_v_neon) {
     const int n = (int)ceil8((unsigned)values);
-    const int hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
-        const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
-        int16_t *d = dst + y * stride;
+    const int hrows = rows >> 1, last = hrows - 1;
+    const int16x8_t six = vdupq_n_s16(6);
+    for (int j = 0; j < hrows; ++j) {
+        const int16_t *hm = h + (j > 0 ? j - 1 : 0) * n, *hc = h + j * n, *hp = h + (j < last ? j + 1 : last) * n;
+        int16_t *d0 = dst + 2 * j * stride, *d1 = d0 + stride;
         for (int i = 0; i < n; i += 8) {
-            int16x8_t E = vmulq_n_s16(vld1q_s16(ha + i), t.wa);
-            E = vmlaq_n_s16(E, vld1q_s16(hb + i), t.wb);
-            E = vmlaq_n_s16(E, vld1q_s16(hc + i), t.wc);
-            vst1q_s16(d + i, vrsraq_n_s16(vld1q_s16(d + i), E, 6));
+            const int16x8_t m = vld1q_s16(hm + i), c = vld1q_s16(hc + i), p = vld1q_s16(hp + i);
+            const int16x8_t even = vmlaq_s16(vaddq_s16(m, p), c, six);
+            const int16x8_t odd = vshlq_n_s16(vaddq_s16(c, p), 2);
+            vst1q_s16(d0 + i, vrsraq_n_s16(vld1q_s16(d0 + i), even, 6));
+            vst1q_s16(d1 + i, vrsraq_n_s16(vld1q_s16(d1 + i), odd, 6));
         }
+    }
+    if (rows & 1) {
+        const int16_t *hl = h + last * n;
+        int16_t *d = dst + (rows - 1) * stride;
+        for (int i = 0; i < n; i += 8)
+            vst1q_s16(d + i, vrsraq_n_s16(vld1q_s16(d + i), vmulq_n_s16(vld1q_s16(hl + i), 7), 6));
     }
 }

@@ -6,14 +6,6 @@
 
 #include "common/neon.h"
 
-// Even output pair 2k and odd pair 2k+1 are formed in separate vectors and
-// interleaved as 32-bit units (one pair each).
-static inline void store_interleaved(int16_t *d, int16x8_t even, int16x8_t odd) {
-    const int32x4x2_t z = vzipq_s32(vreinterpretq_s32_s16(even), vreinterpretq_s32_s16(odd));
-    vst1q_s16(d, vreinterpretq_s16_s32(z.val[0]));
-    vst1q_s16(d + 8, vreinterpretq_s16_s32(z.val[1]));
-}
-
 decl_weight_well_exposed_fn(weight_well_exposed_neon);
 decl_weight_normalize_fn(weight_normalize_neon);
 decl_reduce_v_fn(weight_reduce_v_neon);

@@ -37,6 +37,20 @@ decl_reduce_v_fn(image_reduce_v_neon) {
 }
 
 // 16 source pixels give 16 even and 16 odd outputs, interleaved by vst2.
+// a, b, c: the source from k-1, k and k+1 on.
+static inline void image_expand16(uint16_t *d, uint8x16_t a, uint8x16_t b, uint8x16_t c, uint8x8_t six) {
+    uint16x8x2_t lo, hi;
+    lo.val[0] = vmlal_u8(vaddl_u8(vget_low_u8(a), vget_low_u8(c)), vget_low_u8(b), six);
+    lo.val[1] = vshlq_n_u16(vaddl_u8(vget_low_u8(b), vget_low_u8(c)), 2);
+    hi.val[0] = vmlal_u8(vaddl_u8(vget_high_u8(a), vget_high_u8(c)), vget_high_u8(b), six);
+    hi.val[1] = vshlq_n_u16(vaddl_u8(vget_high_u8(b), vget_high_u8(c)), 2);
+    vst2q_u16(d, lo);
+    vst2q_u16(d + 16, hi);
+}
+
+// Each step loads the vector after its own and shifts b and c out of the
+// two; the last step, whose next vector would lie past q[ceil16(w)], loads
+// its three vectors directly.
 decl_image_expand_h_fn(image_expand_h_neon) {
     const int n = (int)ceil16((unsigned)w);
     const ptrdiff_t pitch = ceil8((unsigned)dst_w);
@@ -44,16 +58,14 @@ decl_image_expand_h_fn(image_expand_h_neon) {
     for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
         uint8_t *q = src;
         pad_repeat(q, w);
-        for (int k = 0; k < n; k += 16) {
-            uint8x16_t a = vld1q_u8(q + k - 1), b = vld1q_u8(q + k), c = vld1q_u8(q + k + 1);
-            uint16x8x2_t lo, hi;
-            lo.val[0] = vmlal_u8(vaddl_u8(vget_low_u8(a), vget_low_u8(c)), vget_low_u8(b), six);
-            lo.val[1] = vshlq_n_u16(vaddl_u8(vget_low_u8(b), vget_low_u8(c)), 2);
-            hi.val[0] = vmlal_u8(vaddl_u8(vget_high_u8(a), vget_high_u8(c)), vget_high_u8(b), six);
-            hi.val[1] = vshlq_n_u16(vaddl_u8(vget_high_u8(b), vget_high_u8(c)), 2);
-            vst2q_u16(dst + 2 * k, lo);
-            vst2q_u16(dst + 2 * k + 16, hi);
+        int k = 0;
+        uint8x16_t x0 = vld1q_u8(q - 1);
+        for (; k + 16 < n; k += 16) {
+            const uint8x16_t x1 = vld1q_u8(q + k + 15);
+            image_expand16(dst + 2 * k, x0, vextq_u8(x0, x1, 1), vextq_u8(x0, x1, 2), six);
+            x0 = x1;
         }
+        if (k < n) image_expand16(dst + 2 * k, x0, vld1q_u8(q + k), vld1q_u8(q + k + 1), six);
         if (dst_w & 1) dst[dst_w - 1] = (uint16_t)(7 * q[w - 1]);
     }
 }
@@ -67,11 +79,23 @@ decl_image_band_v_fn(image_band_v_neon) {
     });
 }
 
+// A row's last partial vector overlaps the previous one (same values again).
 decl_residual_copy_fn(residual_copy_neon) {
     for (int y = 0; y < h; ++y, src += stride, dst += stride) {
         int x = 0;
-        for (; x + 8 <= w; x += 8)
+        for (; x + 16 <= w; x += 16) {
+            const uint8x16_t v = vld1q_u8(src + x);
+            vst1q_s16(dst + x, vreinterpretq_s16_u16(vmovl_u8(vget_low_u8(v))));
+            vst1q_s16(dst + x + 8, vreinterpretq_s16_u16(vmovl_u8(vget_high_u8(v))));
+        }
+        if (x + 8 <= w) {
             vst1q_s16(dst + x, vreinterpretq_s16_u16(vmovl_u8(vld1_u8(src + x))));
-        for (; x < w; ++x) dst[x] = src[x];
+            x += 8;
+        }
+        if (x == w) continue;
+        if (w >= 8)
+            vst1q_s16(dst + w - 8, vreinterpretq_s16_u16(vmovl_u8(vld1_u8(src + w - 8))));
+        else
+            for (; x < w; ++x) dst[x] = src[x];
     }
 }

@@ -5,23 +5,38 @@
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
-static inline int16x8_t widen_weight(const uint8_t *w) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(w))); }
+// (w0 a0 + w1 a1 + w2 a2 + 128) >> 8 of 8 columns: vrshrn forms it
+// arithmetically and keeps the low 16 bits, as the scalar (int16_t)
+// conversion does.
+static inline int16x8_t blend_columns(const int16_t *b0, const int16_t *b1, const int16_t *b2, uint8x8_t w0,
+                                      uint8x8_t w1, uint8x8_t w2) {
+    const int16x8_t a0 = vld1q_s16(b0), a1 = vld1q_s16(b1), a2 = vld1q_s16(b2);
+    const int16x8_t k0 = vreinterpretq_s16_u16(vmovl_u8(w0)), k1 = vreinterpretq_s16_u16(vmovl_u8(w1)),
+                    k2 = vreinterpretq_s16_u16(vmovl_u8(w2));
+    int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(k0));
+    int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(k0));
+    lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(k1));
+    hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(k1));
+    lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(k2));
+    hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(k2));
+    return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
+}
 
-// vrshrn forms (a + 128) >> 8 arithmetically and keeps the low 16 bits, as
-// the scalar (int16_t) conversion does.
+// 16 columns per step (one load per weight row), a last step of 8.
 decl_band_blend_fn(band_blend_neon) {
     for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w8; x += 8) {
-            int16x8_t a0 = vld1q_s16(b0 + x), a1 = vld1q_s16(b1 + x), a2 = vld1q_s16(b2 + x);
-            int16x8_t k0 = widen_weight(w0 + x), k1 = widen_weight(w1 + x), k2 = widen_weight(w2 + x);
-            int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(k0));
-            int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(k0));
-            lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(k1));
-            hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(k1));
-            lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(k2));
-            hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(k2));
-            vst1q_s16(b0 + x, vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8)));
+        int x = 0;
+        for (; x + 16 <= w8; x += 16) {
+            const uint8x16_t k0 = vld1q_u8(w0 + x), k1 = vld1q_u8(w1 + x), k2 = vld1q_u8(w2 + x);
+            const int16x8_t lo = blend_columns(b0 + x, b1 + x, b2 + x, vget_low_u8(k0), vget_low_u8(k1),
+                                               vget_low_u8(k2));
+            const int16x8_t hi = blend_columns(b0 + x + 8, b1 + x + 8, b2 + x + 8, vget_high_u8(k0),
+                                               vget_high_u8(k1), vget_high_u8(k2));
+            vst1q_s16(b0 + x, lo);
+            vst1q_s16(b0 + x + 8, hi);
         }
+        if (x < w8)
+            vst1q_s16(b0 + x, blend_columns(b0 + x, b1 + x, b2 + x, vld1_u8(w0 + x), vld1_u8(w1 + x), vld1_u8(w2 + x)));
         b0 += bstride;
         b1 += bstride;
         b2 += bstride;
@@ -32,20 +47,33 @@ decl_band_blend_fn(band_blend_neon) {
 }
 
 // 8 source elements give 8 even and 8 odd outputs, interleaved by vst2; the
-// 16-bit lanes wrap as the scalar sums do.
+// 16-bit lanes wrap as the scalar sums do.  a, b, c: the source from k-1,
+// k and k+1 on.
+static inline void collapse_expand8(int16_t *d, int16x8_t a, int16x8_t b, int16x8_t c, int16x8_t six) {
+    int16x8x2_t out;
+    out.val[0] = vmlaq_s16(vaddq_s16(a, c), b, six); // q[k-1] + 6 q[k] + q[k+1]
+    out.val[1] = vshlq_n_s16(vaddq_s16(b, c), 2);    // 4 q[k] + 4 q[k+1]
+    vst2q_s16(d, out);
+}
+
+// Each step loads the vector after its own and shifts b and c out of the
+// two; the last step, whose next vector would lie past q[ceil8(w)], loads
+// its three vectors directly.
 decl_collapse_expand_h_fn(collapse_expand_h_neon) {
     const int n = (int)ceil8((unsigned)w);
     const ptrdiff_t pitch = ceil8((unsigned)dst_w);
+    const int16x8_t six = vdupq_n_s16(6);
     for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
         int16_t *q = src;
         pad_repeat(q, w);
-        for (int k = 0; k < n; k += 8) {
-            int16x8_t a = vld1q_s16(q + k - 1), b = vld1q_s16(q + k), c = vld1q_s16(q + k + 1);
-            int16x8x2_t out;
-            out.val[0] = vmlaq_n_s16(vaddq_s16(a, c), b, 6);   // q[k-1] + 6 q[k] + q[k+1]
-            out.val[1] = vshlq_n_s16(vaddq_s16(b, c), 2);      // 4 q[k] + 4 q[k+1]
-            vst2q_s16(dst + 2 * k, out);
+        int k = 0;
+        int16x8_t x0 = vld1q_s16(q - 1);
+        for (; k + 8 < n; k += 8) {
+            const int16x8_t x1 = vld1q_s16(q + k + 7);
+            collapse_expand8(dst + 2 * k, x0, vextq_s16(x0, x1, 1), vextq_s16(x0, x1, 2), six);
+            x0 = x1;
         }
+        if (k < n) collapse_expand8(dst + 2 * k, x0, vld1q_s16(q + k), vld1q_s16(q + k + 1), six);
         if (dst_w & 1) dst[dst_w - 1] = (int16_t)(uint16_t)(7 * q[w - 1]);
     }
 }
