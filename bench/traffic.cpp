@@ -20,7 +20,7 @@
 // which at 4160 x 3120 comes to about 145 bytes per pixel, 1.9 GB.  The
 // luma and weight pyramids and the luma collapse run in strips; the bytes of
 // theirs that stay in cache (cached_bytes, about 29 bytes per pixel) still
-// count: the floor is the designed passes' yardstick.
+// count: the floor counts every pass as if it went through memory.
 #include "traffic.h"
 
 #include <math.h>

@@ -14,7 +14,7 @@ struct TrafficPass {
     // Of those, the bytes that the strip schedule keeps in cache: 16-bit
     // scratch rows written and read back within a strip, and rows a pass
     // reads right after the pass before it wrote or read them.  Still part
-    // of the floor, which counts the passes as designed.
+    // of the floor, which counts every pass as a whole-plane pass.
     double cached_bytes;
 };
 
