@@ -25,4 +25,16 @@ inline __m128i round_shift6(__m128i e) {
     return _mm_add_epi16(_mm_srai_epi16(e, 6), _mm_and_si128(_mm_srli_epi16(e, 5), _mm_set1_epi16(1)));
 }
 
+// Horizontal expand of pair-interleaved chroma: a, b, c are pairs k-1, k,
+// k+1 of four pairs widened to 16 bits; the even output pairs a + 6b + c and
+// the odd ones 4b + 4c (16-bit wrap, as the collapse keeps) alternate as
+// 32-bit units, pairs 2k, 2k+1 of k = 0, 1 in lo and of k = 2, 3 in hi.
+// The 6b is shifts and adds: a 16-bit multiply costs more here.
+inline void expand_pairs4(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi) {
+    const __m128i even = _mm_add_epi16(_mm_add_epi16(a, c), _mm_slli_epi16(_mm_add_epi16(_mm_add_epi16(b, b), b), 1));
+    const __m128i odd = _mm_slli_epi16(_mm_add_epi16(b, c), 2);
+    *lo = _mm_unpacklo_epi32(even, odd);
+    *hi = _mm_unpackhi_epi32(even, odd);
+}
+
 } // namespace
