@@ -37,4 +37,19 @@ inline void expand_pairs4(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i 
     *hi = _mm_unpackhi_epi32(even, odd);
 }
 
+#ifdef __AVX2__
+// expand_pairs4 / the 16-bit expand at 16 lanes: Unit is 16 for single
+// columns, 32 for chroma pairs.  The unpacks work per 128-bit half, so the
+// halves are swapped back into order: out0 takes the first eight lanes'
+// outputs, out1 the last eight's.
+template <int Unit> inline void expand_h16(__m256i a, __m256i b, __m256i c, __m256i *out0, __m256i *out1) {
+    const __m256i even = _mm256_add_epi16(_mm256_add_epi16(a, c), _mm256_slli_epi16(_mm256_add_epi16(_mm256_add_epi16(b, b), b), 1));
+    const __m256i odd = _mm256_slli_epi16(_mm256_add_epi16(b, c), 2);
+    const __m256i lo = Unit == 16 ? _mm256_unpacklo_epi16(even, odd) : _mm256_unpacklo_epi32(even, odd);
+    const __m256i hi = Unit == 16 ? _mm256_unpackhi_epi16(even, odd) : _mm256_unpackhi_epi32(even, odd);
+    *out0 = _mm256_permute2x128_si256(lo, hi, 0x20);
+    *out1 = _mm256_permute2x128_si256(lo, hi, 0x31);
+}
+#endif
+
 } // namespace
