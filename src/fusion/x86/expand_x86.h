@@ -1,8 +1,12 @@
-// Vertical expand of the luma band and collapse, shared by the SSE4.1 and
-// AVX2 files (internal copies per file).  Output row y takes scratch rows
-// ra, rb, rc with weights wa, wb, wc (expand_taps).
+// Expand steps shared by the SSE4.1 and AVX2 files (internal copies per
+// file): the vertical expand of the luma band and collapse, where output row
+// y takes scratch rows ra, rb, rc with weights wa, wb, wc (expand_taps), and
+// the horizontal expand of a row.
 #pragma once
 #include <smmintrin.h>
+#ifdef __AVX2__
+#include <immintrin.h>
+#endif
 #include <stddef.h>
 #include <stdint.h>
 
@@ -38,8 +42,8 @@ inline void expand_pairs4(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i 
 }
 
 #ifdef __AVX2__
-// expand_pairs4 / the 16-bit expand at 16 lanes: Unit is 16 for single
-// columns, 32 for chroma pairs.  The unpacks work per 128-bit half, so the
+// The same at 16 lanes, for single columns (Unit 16: even and odd outputs
+// interleave as 16-bit units) and for chroma pairs (Unit 32).  The unpacks work per 128-bit half, so the
 // halves are swapped back into order: out0 takes the first eight lanes'
 // outputs, out1 the last eight's.
 template <int Unit> inline void expand_h16(__m256i a, __m256i b, __m256i c, __m256i *out0, __m256i *out1) {
