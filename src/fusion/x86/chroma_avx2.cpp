@@ -168,9 +168,57 @@ decl_chroma_collapse_v_fn(chroma_collapse_v_avx2) {
     }
 }
 
+// Chroma expand, 8 source pairs (32 outputs) per step; reads as the SSE4.1
+// kernel: bytes -2 .. 2 ceil8(src_pairs) + 1.
+decl_chroma_expand_h_fn(chroma_expand_h_avx2) {
+    const int pitch = (2 * dst_pairs + 7) & ~7, n = 2 * ((src_pairs + 7) & ~7), e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int8_t *q = src;
+        pad_pairs_repeat(q, src_pairs);
+        for (int i = 0; i < n; i += 16) {
+            __m256i o0, o1;
+            expand_h16<32>(_mm256_cvtepi8_epi16(_mm_loadu_si128((const __m128i *)(q + i - 2))),
+                           _mm256_cvtepi8_epi16(_mm_loadu_si128((const __m128i *)(q + i))),
+                           _mm256_cvtepi8_epi16(_mm_loadu_si128((const __m128i *)(q + i + 2))), &o0, &o1);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * i), o0);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * i + 16), o1);
+        }
+        odd_last_pair(dst, dst_pairs, q, e);
+    }
+}
+
+// Collapse expand, 8 source pairs per step while whole, the last 4 pairs of
+// an odd count of 8-value groups by the SSE4.1 step: reads elements
+// -2 .. ceil8(2 src_pairs) + 1 and no further.
+decl_chroma_collapse_h_fn(chroma_collapse_h_avx2) {
+    const int pitch = (2 * dst_pairs + 7) & ~7, n = (2 * src_pairs + 7) & ~7, e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int16_t *q = src;
+        pad_pairs_repeat(q, src_pairs);
+        int i = 0;
+        for (; i + 16 <= n; i += 16) {
+            __m256i o0, o1;
+            expand_h16<32>(_mm256_loadu_si256((const __m256i *)(q + i - 2)), _mm256_loadu_si256((const __m256i *)(q + i)),
+                           _mm256_loadu_si256((const __m256i *)(q + i + 2)), &o0, &o1);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * i), o0);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * i + 16), o1);
+        }
+        if (i < n) {
+            __m128i lo, hi;
+            expand_pairs4(_mm_loadu_si128((const __m128i *)(q + i - 2)), _mm_loadu_si128((const __m128i *)(q + i)),
+                          _mm_loadu_si128((const __m128i *)(q + i + 2)), &lo, &hi);
+            _mm_storeu_si128((__m128i *)(dst + 2 * i), lo);
+            _mm_storeu_si128((__m128i *)(dst + 2 * i + 8), hi);
+        }
+        odd_last_pair(dst, dst_pairs, q, e);
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_avx2(ChromaDsp *dsp) {
+    dsp->expand_h = chroma_expand_h_avx2;
+    dsp->collapse_h = chroma_collapse_h_avx2;
     dsp->collapse_v = chroma_collapse_v_avx2;
     dsp->reduce_h = chroma_reduce_h_avx2;
     dsp->reduce_v = chroma_reduce_v_avx2;

@@ -88,9 +88,50 @@ decl_chroma_collapse_v_fn(chroma_collapse_v_sse41) {
     }
 }
 
+// Chroma expand, 8 source pairs (32 outputs) per step: loads at pairs k-1,
+// k and k+1 read bytes -2 .. 2 ceil8(src_pairs) + 1, the reference's extent.
+decl_chroma_expand_h_fn(chroma_expand_h_sse41) {
+    const int pitch = (2 * dst_pairs + 7) & ~7, n = 2 * ((src_pairs + 7) & ~7), e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int8_t *q = src;
+        pad_pairs_repeat(q, src_pairs);
+        for (int i = 0; i < n; i += 16) {
+            const __m128i va = _mm_loadu_si128((const __m128i *)(q + i - 2));
+            const __m128i vb = _mm_loadu_si128((const __m128i *)(q + i));
+            const __m128i vc = _mm_loadu_si128((const __m128i *)(q + i + 2));
+            __m128i o[4];
+            expand_pairs4(_mm_cvtepi8_epi16(va), _mm_cvtepi8_epi16(vb), _mm_cvtepi8_epi16(vc), &o[0], &o[1]);
+            expand_pairs4(_mm_cvtepi8_epi16(_mm_srli_si128(va, 8)), _mm_cvtepi8_epi16(_mm_srli_si128(vb, 8)),
+                          _mm_cvtepi8_epi16(_mm_srli_si128(vc, 8)), &o[2], &o[3]);
+            for (int m = 0; m < 4; ++m) _mm_storeu_si128((__m128i *)(dst + 2 * i + 8 * m), o[m]);
+        }
+        odd_last_pair(dst, dst_pairs, q, e);
+    }
+}
+
+// Collapse expand, 4 source pairs (16 outputs) per step over ceil8(2 src_pairs)
+// values: reads elements -2 .. ceil8(2 src_pairs) + 1.
+decl_chroma_collapse_h_fn(chroma_collapse_h_sse41) {
+    const int pitch = (2 * dst_pairs + 7) & ~7, n = (2 * src_pairs + 7) & ~7, e = 2 * src_pairs;
+    for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
+        int16_t *q = src;
+        pad_pairs_repeat(q, src_pairs);
+        for (int i = 0; i < n; i += 8) {
+            __m128i lo, hi;
+            expand_pairs4(_mm_loadu_si128((const __m128i *)(q + i - 2)), _mm_loadu_si128((const __m128i *)(q + i)),
+                          _mm_loadu_si128((const __m128i *)(q + i + 2)), &lo, &hi);
+            _mm_storeu_si128((__m128i *)(dst + 2 * i), lo);
+            _mm_storeu_si128((__m128i *)(dst + 2 * i + 8), hi);
+        }
+        odd_last_pair(dst, dst_pairs, q, e);
+    }
+}
+
 } // namespace
 
 void chroma_dsp_init_sse41(ChromaDsp *dsp) {
+    dsp->expand_h = chroma_expand_h_sse41;
+    dsp->collapse_h = chroma_collapse_h_sse41;
     dsp->collapse_v = chroma_collapse_v_sse41;
     dsp->reduce_h = chroma_reduce_h_sse41;
     dsp->reduce_v = chroma_reduce_v_sse41;

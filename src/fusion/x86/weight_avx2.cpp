@@ -233,9 +233,58 @@ decl_band_blend_fn(band_blend_avx2) {
     }
 }
 
+// Image expand, 16 source bytes (32 outputs) per step: the loads at k-1, k
+// and k+1 read q[-1] .. q[ceil16(w)], as the reference does.
+decl_image_expand_h_fn(image_expand_h_avx2) {
+    const int n = (w + 15) & ~15;
+    const ptrdiff_t pitch = (dst_w + 7) & ~7;
+    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
+        uint8_t *q = src;
+        pad_repeat(q, w);
+        for (int k = 0; k < n; k += 16) {
+            __m256i o0, o1;
+            expand_h16<16>(_mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)(q + k - 1))),
+                           _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)(q + k))),
+                           _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)(q + k + 1))), &o0, &o1);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * k), o0);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * k + 16), o1);
+        }
+        if (dst_w & 1) dst[dst_w - 1] = (uint16_t)(7 * q[w - 1]);
+    }
+}
+
+// Collapse expand, 16 source values per step while whole, an odd last group
+// of 8 at half width: reads q[-1] .. q[ceil8(w)] and no further.
+decl_collapse_expand_h_fn(collapse_expand_h_avx2) {
+    const int n = (w + 7) & ~7;
+    const ptrdiff_t pitch = (dst_w + 7) & ~7;
+    for (int j = 0; j < h; ++j, src += src_stride, dst += pitch) {
+        int16_t *q = src;
+        pad_repeat(q, w);
+        int k = 0;
+        for (; k + 16 <= n; k += 16) {
+            __m256i o0, o1;
+            expand_h16<16>(_mm256_loadu_si256((const __m256i *)(q + k - 1)), _mm256_loadu_si256((const __m256i *)(q + k)),
+                           _mm256_loadu_si256((const __m256i *)(q + k + 1)), &o0, &o1);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * k), o0);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * k + 16), o1);
+        }
+        if (k < n) {
+            __m256i o0, o1;
+            expand_h16<16>(_mm256_castsi128_si256(_mm_loadu_si128((const __m128i *)(q + k - 1))),
+                           _mm256_castsi128_si256(_mm_loadu_si128((const __m128i *)(q + k))),
+                           _mm256_castsi128_si256(_mm_loadu_si128((const __m128i *)(q + k + 1))), &o0, &o1);
+            _mm256_storeu_si256((__m256i *)(dst + 2 * k), o0);
+        }
+        if (dst_w & 1) dst[dst_w - 1] = (int16_t)(uint16_t)(7 * q[w - 1]);
+    }
+}
+
 } // namespace
 
 void fusion_dsp_init_avx2(FusionDsp *dsp) {
+    dsp->collapse_expand_h = collapse_expand_h_avx2;
+    dsp->image_expand_h = image_expand_h_avx2;
     dsp->band_blend = band_blend_avx2;
     dsp->image_band_v = image_band_v_avx2;
     dsp->collapse_add_v = collapse_add_v_avx2;
