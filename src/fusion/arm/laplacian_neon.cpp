@@ -22,11 +22,13 @@ decl_reduce_v_fn(image_reduce_v_neon) {
         uint8_t *d = dst + k * dst_stride;
         const bool bottom = k == out_h - 1;
         const uint16x8_t cw = vdupq_n_u16(bottom ? 7 : 6); // a vector: the by-scalar form reloads its lane every step
-        for (int x = 0; x < out_w; x += 8) {
-            uint16x8_t m2 = vld1q_u16(c - 2 * s + x), m1 = vld1q_u16(c - s + x);
-            uint16x8_t c0 = vld1q_u16(c + x), p1 = vld1q_u16(c + s + x);
+        // The pointers walk with the columns: each load post-increments its own register.
+        const uint16_t *m2p = c - 2 * s, *m1p = c - s, *p1p = c + s, *p2p = bottom ? c : c + 2 * s;
+        for (int x = 0; x < out_w; x += 8, m2p += 8, m1p += 8, c += 8, p1p += 8, p2p += 8) {
+            uint16x8_t m2 = vld1q_u16(m2p), m1 = vld1q_u16(m1p);
+            uint16x8_t c0 = vld1q_u16(c), p1 = vld1q_u16(p1p);
             // Bottom row: t[2k] stands in for t[2k+2], i.e. 7 t[2k].
-            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(c + 2 * s + x);
+            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(p2p);
             uint16x8_t sum = vaddq_u16(m2, p2);
             sum = vaddq_u16(sum, vshlq_n_u16(vaddq_u16(m1, p1), 2));
             sum = vmlaq_u16(sum, c0, cw);
@@ -91,7 +93,7 @@ static inline void band_pair8(int16_t *b0, int16_t *b1, uint8x8_t g0, uint8x8_t 
     band8(b1, g1, e1);
 }
 
-// Rows 2j and 2j+1 share their loads and go 16 columns per step; the edges
+// Rows 2j and 2j+1 share their loads; the edges
 // repeat the first and last scratch rows (m = c at the top, p = c at the
 // bottom).
 decl_image_band_v_fn(image_band_v_neon) {
@@ -121,16 +123,20 @@ decl_image_band_v_fn(image_band_v_neon) {
                       band_even(vld1q_u16(m + x), vld1q_u16(c + x), vld1q_u16(p + x), six));
             break;
         }
+        // The pointers walk with the columns: each access post-increments
+        // its own register.
         const uint8_t *g1 = g0 + g_stride;
         int16_t *b1 = b0 + band_stride;
-        int x = 0;
-        for (; x + 16 <= w8; x += 16) {
-            const uint8x16_t ga = vld1q_u8(g0 + x), gb = vld1q_u8(g1 + x);
-            band_pair8(b0 + x, b1 + x, vget_low_u8(ga), vget_low_u8(gb), m + x, c + x, p + x, six);
-            band_pair8(b0 + x + 8, b1 + x + 8, vget_high_u8(ga), vget_high_u8(gb), m + x + 8, c + x + 8,
-                       p + x + 8, six);
+        for (int n = w8 >> 3; n > 0; --n) {
+            band_pair8(b0, b1, vld1_u8(g0), vld1_u8(g1), m, c, p, six);
+            g0 += 8;
+            g1 += 8;
+            b0 += 8;
+            b1 += 8;
+            m += 8;
+            c += 8;
+            p += 8;
         }
-        if (x < w8) band_pair8(b0 + x, b1 + x, vld1_u8(g0 + x), vld1_u8(g1 + x), m + x, c + x, p + x, six);
         y += 2;
     }
 }

@@ -22,21 +22,29 @@ static inline int16x8_t blend_columns(const int16_t *b0, const int16_t *b1, cons
     return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
 }
 
-// 16 columns per step (one load per weight row), a last step of 8.
+// 16 columns per step (one load per weight row), a last step of 8.  The
+// row pointers walk with the columns, so each access post-increments its
+// own register instead of forming an address from a shared index.
 decl_band_blend_fn(band_blend_neon) {
     for (int y = 0; y < h; ++y) {
-        int x = 0;
-        for (; x + 16 <= w8; x += 16) {
-            const uint8x16_t k0 = vld1q_u8(w0 + x), k1 = vld1q_u8(w1 + x), k2 = vld1q_u8(w2 + x);
-            const int16x8_t lo = blend_columns(b0 + x, b1 + x, b2 + x, vget_low_u8(k0), vget_low_u8(k1),
-                                               vget_low_u8(k2));
-            const int16x8_t hi = blend_columns(b0 + x + 8, b1 + x + 8, b2 + x + 8, vget_high_u8(k0),
-                                               vget_high_u8(k1), vget_high_u8(k2));
-            vst1q_s16(b0 + x, lo);
-            vst1q_s16(b0 + x + 8, hi);
+        int16_t *d = b0;
+        const int16_t *a1 = b1, *a2 = b2;
+        const uint8_t *k0p = w0, *k1p = w1, *k2p = w2;
+        for (int n = w8 >> 4; n > 0; --n) {
+            const uint8x16_t k0 = vld1q_u8(k0p), k1 = vld1q_u8(k1p), k2 = vld1q_u8(k2p);
+            const int16x8_t lo = blend_columns(d, a1, a2, vget_low_u8(k0), vget_low_u8(k1), vget_low_u8(k2));
+            const int16x8_t hi = blend_columns(d + 8, a1 + 8, a2 + 8, vget_high_u8(k0), vget_high_u8(k1),
+                                               vget_high_u8(k2));
+            vst1q_s16(d, lo);
+            vst1q_s16(d + 8, hi);
+            d += 16;
+            a1 += 16;
+            a2 += 16;
+            k0p += 16;
+            k1p += 16;
+            k2p += 16;
         }
-        if (x < w8)
-            vst1q_s16(b0 + x, blend_columns(b0 + x, b1 + x, b2 + x, vld1_u8(w0 + x), vld1_u8(w1 + x), vld1_u8(w2 + x)));
+        if (w8 & 8) vst1q_s16(d, blend_columns(d, a1, a2, vld1_u8(k0p), vld1_u8(k1p), vld1_u8(k2p)));
         b0 += bstride;
         b1 += bstride;
         b2 += bstride;

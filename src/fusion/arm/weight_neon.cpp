@@ -186,10 +186,11 @@ decl_reduce_v_fn(weight_reduce_v_neon) {
             }
             continue;
         }
+        // The pointers walk with the columns: each load post-increments its own register.
         const uint16_t *m2p = c - 2 * s, *m1p = c - s, *p1p = c + s, *p2p = c + 2 * s;
-        for (int x = 0; x < out_w; x += 8) {
-            const uint16x8_t m2 = vld1q_u16(m2p + x), p2 = vld1q_u16(p2p + x), c0 = vld1q_u16(c + x);
-            const uint16x8_t s4 = vaddq_u16(vld1q_u16(m1p + x), vld1q_u16(p1p + x)); // at most 32640
+        for (int x = 0; x < out_w; x += 8, m2p += 8, m1p += 8, c += 8, p1p += 8, p2p += 8) {
+            const uint16x8_t m2 = vld1q_u16(m2p), p2 = vld1q_u16(p2p), c0 = vld1q_u16(c);
+            const uint16x8_t s4 = vaddq_u16(vld1q_u16(m1p), vld1q_u16(p1p)); // at most 32640
             uint32x4_t lo = vaddl_u16(vget_low_u16(m2), vget_low_u16(p2));
             uint32x4_t hi = vaddl_u16(vget_high_u16(m2), vget_high_u16(p2));
             lo = vmlal_u16(lo, vget_low_u16(s4), k4);
