@@ -1,7 +1,6 @@
 // NEON kernels of the luma blend and collapse.
 #include "common/arith.h"
 #include "common/neon.h"
-#include "fusion/arm/expand_rows_neon.h"
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
@@ -86,11 +85,59 @@ decl_collapse_expand_h_fn(collapse_expand_h_neon) {
     }
 }
 
-// vrsra adds (E + 32) >> 6 with the rounding carried beyond 16 bits, as the
-// scalar shift of the widened E does; the accumulation wraps.
+// l += (E + 32) >> 6: vrsra rounds with the carry beyond 16 bits, as the
+// scalar shift of the widened E does; the accumulation wraps.  E in 16-bit
+// wrap-around from the scratch rows, whose bit pattern is that of the signed
+// sums: even rows m + 6 c + p, odd rows 4 c + 4 p.
+static inline void collapse_add8(int16_t *d, uint16x8_t e) {
+    vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
+}
+static inline uint16x8_t expand_even(uint16x8_t m, uint16x8_t c, uint16x8_t p, uint16x8_t six) {
+    return vmlaq_u16(vaddq_u16(m, p), c, six);
+}
+static inline uint16x8_t expand_odd(uint16x8_t c, uint16x8_t p) { return vshlq_n_u16(vaddq_u16(c, p), 2); }
+
+// Rows 2j and 2j+1 share their loads; the edges repeat the first and last
+// scratch rows (m = c at the top, p = c at the bottom).
 decl_collapse_add_v_fn(collapse_add_v_neon) {
-    expand_rows_neon((const uint16_t *)hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, uint16x8_t e) {
-        int16_t *d = l + y * l_stride + x;
-        vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
-    });
+    const int w8 = (int)ceil8((unsigned)w), last = (h >> 1) - 1, first = expand_v_first(y0);
+    const ptrdiff_t s = w8;
+    const uint16_t *hu = (const uint16_t *)hs;
+    const uint16x8_t six = vdupq_n_u16(6); // a vector: the by-scalar form reloads its lane every step
+    for (int y = y0; y < y1;) {
+        const int j = y >> 1;
+        int16_t *l0 = l + y * l_stride;
+        if (j > last) { // odd h: one more row, 7 h[last]
+            const uint16_t *c = hu + (last - first) * s;
+            for (int x = 0; x < w8; x += 8) collapse_add8(l0 + x, vmulq_n_u16(vld1q_u16(c + x), 7));
+            break;
+        }
+        const uint16_t *c = hu + (j - first) * s;
+        const uint16_t *m = j > 0 ? c - s : c, *p = j < last ? c + s : c;
+        if (y & 1) {
+            for (int x = 0; x < w8; x += 8) collapse_add8(l0 + x, expand_odd(vld1q_u16(c + x), vld1q_u16(p + x)));
+            ++y;
+            continue;
+        }
+        if (y + 1 == y1) {
+            for (int x = 0; x < w8; x += 8)
+                collapse_add8(l0 + x, expand_even(vld1q_u16(m + x), vld1q_u16(c + x), vld1q_u16(p + x), six));
+            break;
+        }
+        // The pointers walk with the columns: each access post-increments
+        // its own register.
+        int16_t *l1 = l0 + l_stride;
+        for (int n = w8 >> 3; n > 0; --n) {
+            const uint16x8_t cv = vld1q_u16(c), pv = vld1q_u16(p);
+            const uint16x8_t e0 = expand_even(vld1q_u16(m), cv, pv, six), e1 = expand_odd(cv, pv);
+            collapse_add8(l0, e0);
+            collapse_add8(l1, e1);
+            l0 += 8;
+            l1 += 8;
+            m += 8;
+            c += 8;
+            p += 8;
+        }
+        y += 2;
+    }
 }
