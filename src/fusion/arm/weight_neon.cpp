@@ -154,7 +154,17 @@ static inline uint8x8_t weight_out(uint32x4_t lo, uint32x4_t hi) {
 }
 
 // The taps live in vectors: the by-scalar multiply intrinsics would move the
-// scalar into a lane on every step.
+// scalar into a lane on every step (armv7).  AArch64 multiplies the high
+// halves in place (umlal2) instead of first moving them to a register of
+// their own.
+static inline uint32x4_t mlal_high(uint32x4_t a, uint16x8_t b, uint16x4_t k) {
+#if defined(__aarch64__)
+    return vmlal_high_u16(a, b, vcombine_u16(k, k));
+#else
+    return vmlal_u16(a, vget_high_u16(b), k);
+#endif
+}
+
 decl_reduce_v_fn(weight_reduce_v_neon) {
     const ptrdiff_t s = out_w;
     const int first = reduce_v_first(y0);
@@ -166,9 +176,9 @@ decl_reduce_v_fn(weight_reduce_v_neon) {
         uint32x4_t lo = vmull_u16(vget_low_u16(t0), k54);
         uint32x4_t hi = vmull_u16(vget_high_u16(t0), k54);
         lo = vmlal_u16(lo, vget_low_u16(t1), k8);
-        hi = vmlal_u16(hi, vget_high_u16(t1), k8);
+        hi = mlal_high(hi, t1, k8);
         lo = vmlal_u16(lo, vget_low_u16(t2), k2);
-        hi = vmlal_u16(hi, vget_high_u16(t2), k2);
+        hi = mlal_high(hi, t2, k2);
         vst1_u8(dst + x, weight_out(lo, hi));
     }
     for (int k = y0 > 1 ? y0 : 1; k < y1; ++k) {
@@ -179,9 +189,9 @@ decl_reduce_v_fn(weight_reduce_v_neon) {
                 const uint16x8_t m2 = vld1q_u16(c - 2 * s + x), c0 = vld1q_u16(c + x);
                 const uint16x8_t s4 = vaddq_u16(vld1q_u16(c - s + x), vld1q_u16(c + s + x));
                 uint32x4_t lo = vmlal_u16(vmovl_u16(vget_low_u16(m2)), vget_low_u16(s4), k4);
-                uint32x4_t hi = vmlal_u16(vmovl_u16(vget_high_u16(m2)), vget_high_u16(s4), k4);
+                uint32x4_t hi = mlal_high(vmovl_u16(vget_high_u16(m2)), s4, k4);
                 lo = vmlal_u16(lo, vget_low_u16(c0), k55);
-                hi = vmlal_u16(hi, vget_high_u16(c0), k55);
+                hi = mlal_high(hi, c0, k55);
                 vst1_u8(d + x, weight_out(lo, hi));
             }
             continue;
@@ -194,9 +204,9 @@ decl_reduce_v_fn(weight_reduce_v_neon) {
             uint32x4_t lo = vaddl_u16(vget_low_u16(m2), vget_low_u16(p2));
             uint32x4_t hi = vaddl_u16(vget_high_u16(m2), vget_high_u16(p2));
             lo = vmlal_u16(lo, vget_low_u16(s4), k4);
-            hi = vmlal_u16(hi, vget_high_u16(s4), k4);
+            hi = mlal_high(hi, s4, k4);
             lo = vmlal_u16(lo, vget_low_u16(c0), k54);
-            hi = vmlal_u16(hi, vget_high_u16(c0), k54);
+            hi = mlal_high(hi, c0, k54);
             vst1_u8(d + x, weight_out(lo, hi));
         }
     }
