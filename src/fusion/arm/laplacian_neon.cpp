@@ -1,7 +1,6 @@
 // NEON kernels of the luma Laplacian pyramid.
 #include "common/arith.h"
 #include "common/neon.h"
-#include "fusion/arm/expand_rows_neon.h"
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
@@ -22,15 +21,17 @@ decl_reduce_v_fn(image_reduce_v_neon) {
         const uint16_t *c = t + (2 * k - first) * s;
         uint8_t *d = dst + k * dst_stride;
         const bool bottom = k == out_h - 1;
-        const uint16_t cw = bottom ? 7 : 6;
-        for (int x = 0; x < out_w; x += 8) {
-            uint16x8_t m2 = vld1q_u16(c - 2 * s + x), m1 = vld1q_u16(c - s + x);
-            uint16x8_t c0 = vld1q_u16(c + x), p1 = vld1q_u16(c + s + x);
+        const uint16x8_t cw = vdupq_n_u16(bottom ? 7 : 6); // a vector: the by-scalar form reloads its lane every step
+        // The pointers walk with the columns: each load post-increments its own register.
+        const uint16_t *m2p = c - 2 * s, *m1p = c - s, *p1p = c + s, *p2p = bottom ? c : c + 2 * s;
+        for (int x = 0; x < out_w; x += 8, m2p += 8, m1p += 8, c += 8, p1p += 8, p2p += 8) {
+            uint16x8_t m2 = vld1q_u16(m2p), m1 = vld1q_u16(m1p);
+            uint16x8_t c0 = vld1q_u16(c), p1 = vld1q_u16(p1p);
             // Bottom row: t[2k] stands in for t[2k+2], i.e. 7 t[2k].
-            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(c + 2 * s + x);
+            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(p2p);
             uint16x8_t sum = vaddq_u16(m2, p2);
             sum = vaddq_u16(sum, vshlq_n_u16(vaddq_u16(m1, p1), 2));
-            sum = vmlaq_n_u16(sum, c0, cw);
+            sum = vmlaq_u16(sum, c0, cw);
             vst1_u8(d + x, vrshrn_n_u16(sum, 8));
         }
     }
@@ -70,13 +71,74 @@ decl_image_expand_h_fn(image_expand_h_neon) {
     }
 }
 
+// band = g - ((E + 32) >> 6) with E <= 16320 (scratch values <= 2040): the
+// rounded E fits a byte, so vrshrn narrows it exactly and vsubl widens the
+// difference in one step.  Odd rows: (4 (c + p) + 32) >> 6 == (c + p + 8) >> 4.
+static inline void band8(int16_t *d, uint8x8_t g, uint8x8_t e) {
+    vst1q_s16(d, vreinterpretq_s16_u16(vsubl_u8(g, e)));
+}
+// Even rows m + 6 c + p, odd rows 4 c + 4 p, rounded to bytes.
+static inline uint8x8_t band_even(uint16x8_t m, uint16x8_t c, uint16x8_t p, uint16x8_t six) {
+    return vrshrn_n_u16(vmlaq_u16(vaddq_u16(m, p), c, six), 6);
+}
+static inline uint8x8_t band_odd(uint16x8_t c, uint16x8_t p) { return vrshrn_n_u16(vaddq_u16(c, p), 4); }
+
+// Both rows of a pair from one load of their scratch rows (the band stores
+// may alias the scratch as far as the compiler knows).
+static inline void band_pair8(int16_t *b0, int16_t *b1, uint8x8_t g0, uint8x8_t g1, const uint16_t *m,
+                              const uint16_t *c, const uint16_t *p, uint16x8_t six) {
+    const uint16x8_t cv = vld1q_u16(c), pv = vld1q_u16(p);
+    const uint8x8_t e0 = band_even(vld1q_u16(m), cv, pv, six), e1 = band_odd(cv, pv);
+    band8(b0, g0, e0);
+    band8(b1, g1, e1);
+}
+
+// Rows 2j and 2j+1 share their loads; the edges
+// repeat the first and last scratch rows (m = c at the top, p = c at the
+// bottom).
 decl_image_band_v_fn(image_band_v_neon) {
-    expand_rows_neon(hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, uint16x8_t e) {
-        // E <= 16320: the unsigned rounding shift is exact, and g - e wraps to
-        // the signed difference.
-        uint16x8_t gv = vmovl_u8(vld1_u8(g + y * g_stride + x));
-        vst1q_s16(band + y * band_stride + x, vreinterpretq_s16_u16(vsubq_u16(gv, vrshrq_n_u16(e, 6))));
-    });
+    const int w8 = (int)ceil8((unsigned)w), last = (h >> 1) - 1, first = expand_v_first(y0);
+    const ptrdiff_t s = w8;
+    const uint16x8_t six = vdupq_n_u16(6);
+    for (int y = y0; y < y1;) {
+        const int j = y >> 1;
+        const uint8_t *g0 = g + y * g_stride;
+        int16_t *b0 = band + y * band_stride;
+        if (j > last) { // odd h: one more row, 7 h[last]
+            const uint16_t *c = hs + (last - first) * s;
+            for (int x = 0; x < w8; x += 8)
+                band8(b0 + x, vld1_u8(g0 + x), vrshrn_n_u16(vmulq_n_u16(vld1q_u16(c + x), 7), 6));
+            break;
+        }
+        const uint16_t *c = hs + (j - first) * s;
+        const uint16_t *m = j > 0 ? c - s : c, *p = j < last ? c + s : c;
+        if (y & 1) {
+            for (int x = 0; x < w8; x += 8) band8(b0 + x, vld1_u8(g0 + x), band_odd(vld1q_u16(c + x), vld1q_u16(p + x)));
+            ++y;
+            continue;
+        }
+        if (y + 1 == y1) {
+            for (int x = 0; x < w8; x += 8)
+                band8(b0 + x, vld1_u8(g0 + x),
+                      band_even(vld1q_u16(m + x), vld1q_u16(c + x), vld1q_u16(p + x), six));
+            break;
+        }
+        // The pointers walk with the columns: each access post-increments
+        // its own register.
+        const uint8_t *g1 = g0 + g_stride;
+        int16_t *b1 = b0 + band_stride;
+        for (int n = w8 >> 3; n > 0; --n) {
+            band_pair8(b0, b1, vld1_u8(g0), vld1_u8(g1), m, c, p, six);
+            g0 += 8;
+            g1 += 8;
+            b0 += 8;
+            b1 += 8;
+            m += 8;
+            c += 8;
+            p += 8;
+        }
+        y += 2;
+    }
 }
 
 // A row's last partial vector overlaps the previous one (same values again).

@@ -1,7 +1,6 @@
 // NEON kernels of the luma blend and collapse.
 #include "common/arith.h"
 #include "common/neon.h"
-#include "fusion/arm/expand_rows_neon.h"
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
@@ -22,21 +21,29 @@ static inline int16x8_t blend_columns(const int16_t *b0, const int16_t *b1, cons
     return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
 }
 
-// 16 columns per step (one load per weight row), a last step of 8.
+// 16 columns per step (one load per weight row), a last step of 8.  The
+// row pointers walk with the columns, so each access post-increments its
+// own register instead of forming an address from a shared index.
 decl_band_blend_fn(band_blend_neon) {
     for (int y = 0; y < h; ++y) {
-        int x = 0;
-        for (; x + 16 <= w8; x += 16) {
-            const uint8x16_t k0 = vld1q_u8(w0 + x), k1 = vld1q_u8(w1 + x), k2 = vld1q_u8(w2 + x);
-            const int16x8_t lo = blend_columns(b0 + x, b1 + x, b2 + x, vget_low_u8(k0), vget_low_u8(k1),
-                                               vget_low_u8(k2));
-            const int16x8_t hi = blend_columns(b0 + x + 8, b1 + x + 8, b2 + x + 8, vget_high_u8(k0),
-                                               vget_high_u8(k1), vget_high_u8(k2));
-            vst1q_s16(b0 + x, lo);
-            vst1q_s16(b0 + x + 8, hi);
+        int16_t *d = b0;
+        const int16_t *a1 = b1, *a2 = b2;
+        const uint8_t *k0p = w0, *k1p = w1, *k2p = w2;
+        for (int n = w8 >> 4; n > 0; --n) {
+            const uint8x16_t k0 = vld1q_u8(k0p), k1 = vld1q_u8(k1p), k2 = vld1q_u8(k2p);
+            const int16x8_t lo = blend_columns(d, a1, a2, vget_low_u8(k0), vget_low_u8(k1), vget_low_u8(k2));
+            const int16x8_t hi = blend_columns(d + 8, a1 + 8, a2 + 8, vget_high_u8(k0), vget_high_u8(k1),
+                                               vget_high_u8(k2));
+            vst1q_s16(d, lo);
+            vst1q_s16(d + 8, hi);
+            d += 16;
+            a1 += 16;
+            a2 += 16;
+            k0p += 16;
+            k1p += 16;
+            k2p += 16;
         }
-        if (x < w8)
-            vst1q_s16(b0 + x, blend_columns(b0 + x, b1 + x, b2 + x, vld1_u8(w0 + x), vld1_u8(w1 + x), vld1_u8(w2 + x)));
+        if (w8 & 8) vst1q_s16(d, blend_columns(d, a1, a2, vld1_u8(k0p), vld1_u8(k1p), vld1_u8(k2p)));
         b0 += bstride;
         b1 += bstride;
         b2 += bstride;
@@ -78,11 +85,59 @@ decl_collapse_expand_h_fn(collapse_expand_h_neon) {
     }
 }
 
-// vrsra adds (E + 32) >> 6 with the rounding carried beyond 16 bits, as the
-// scalar shift of the widened E does; the accumulation wraps.
+// l += (E + 32) >> 6: vrsra rounds with the carry beyond 16 bits, as the
+// scalar shift of the widened E does; the accumulation wraps.  E in 16-bit
+// wrap-around from the scratch rows, whose bit pattern is that of the signed
+// sums: even rows m + 6 c + p, odd rows 4 c + 4 p.
+static inline void collapse_add8(int16_t *d, uint16x8_t e) {
+    vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
+}
+static inline uint16x8_t expand_even(uint16x8_t m, uint16x8_t c, uint16x8_t p, uint16x8_t six) {
+    return vmlaq_u16(vaddq_u16(m, p), c, six);
+}
+static inline uint16x8_t expand_odd(uint16x8_t c, uint16x8_t p) { return vshlq_n_u16(vaddq_u16(c, p), 2); }
+
+// Rows 2j and 2j+1 share their loads; the edges repeat the first and last
+// scratch rows (m = c at the top, p = c at the bottom).
 decl_collapse_add_v_fn(collapse_add_v_neon) {
-    expand_rows_neon((const uint16_t *)hs, (int)ceil8((unsigned)w), h, y0, y1, [&](int y, int x, uint16x8_t e) {
-        int16_t *d = l + y * l_stride + x;
-        vst1q_s16(d, vrsraq_n_s16(vld1q_s16(d), vreinterpretq_s16_u16(e), 6));
-    });
+    const int w8 = (int)ceil8((unsigned)w), last = (h >> 1) - 1, first = expand_v_first(y0);
+    const ptrdiff_t s = w8;
+    const uint16_t *hu = (const uint16_t *)hs;
+    const uint16x8_t six = vdupq_n_u16(6); // a vector: the by-scalar form reloads its lane every step
+    for (int y = y0; y < y1;) {
+        const int j = y >> 1;
+        int16_t *l0 = l + y * l_stride;
+        if (j > last) { // odd h: one more row, 7 h[last]
+            const uint16_t *c = hu + (last - first) * s;
+            for (int x = 0; x < w8; x += 8) collapse_add8(l0 + x, vmulq_n_u16(vld1q_u16(c + x), 7));
+            break;
+        }
+        const uint16_t *c = hu + (j - first) * s;
+        const uint16_t *m = j > 0 ? c - s : c, *p = j < last ? c + s : c;
+        if (y & 1) {
+            for (int x = 0; x < w8; x += 8) collapse_add8(l0 + x, expand_odd(vld1q_u16(c + x), vld1q_u16(p + x)));
+            ++y;
+            continue;
+        }
+        if (y + 1 == y1) {
+            for (int x = 0; x < w8; x += 8)
+                collapse_add8(l0 + x, expand_even(vld1q_u16(m + x), vld1q_u16(c + x), vld1q_u16(p + x), six));
+            break;
+        }
+        // The pointers walk with the columns: each access post-increments
+        // its own register.
+        int16_t *l1 = l0 + l_stride;
+        for (int n = w8 >> 3; n > 0; --n) {
+            const uint16x8_t cv = vld1q_u16(c), pv = vld1q_u16(p);
+            const uint16x8_t e0 = expand_even(vld1q_u16(m), cv, pv, six), e1 = expand_odd(cv, pv);
+            collapse_add8(l0, e0);
+            collapse_add8(l1, e1);
+            l0 += 8;
+            l1 += 8;
+            m += 8;
+            c += 8;
+            p += 8;
+        }
+        y += 2;
+    }
 }

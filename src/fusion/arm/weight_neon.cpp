@@ -153,37 +153,60 @@ static inline uint8x8_t weight_out(uint32x4_t lo, uint32x4_t hi) {
     return vqmovn_u16(vcombine_u16(vqrshrn_n_u32(lo, 12), vqrshrn_n_u32(hi, 12)));
 }
 
+// The taps live in vectors: the by-scalar multiply intrinsics would move the
+// scalar into a lane on every step (armv7).  AArch64 multiplies the high
+// halves in place (umlal2) instead of first moving them to a register of
+// their own.
+static inline uint32x4_t mlal_high(uint32x4_t a, uint16x8_t b, uint16x4_t k) {
+#if defined(__aarch64__)
+    return vmlal_high_u16(a, b, vcombine_u16(k, k));
+#else
+    return vmlal_u16(a, vget_high_u16(b), k);
+#endif
+}
+
 decl_reduce_v_fn(weight_reduce_v_neon) {
     const ptrdiff_t s = out_w;
     const int first = reduce_v_first(y0);
+    const uint16x4_t k2 = vdup_n_u16(2), k4 = vdup_n_u16(4), k8 = vdup_n_u16(8), k54 = vdup_n_u16(54),
+                     k55 = vdup_n_u16(55);
     for (int x = 0; y0 == 0 && x < out_w; x += 8) {
         uint16x8_t t0 = vld1q_u16(t + x), t1 = vld1q_u16(t + s + x), t2 = vld1q_u16(t + 2 * s + x);
         // 54 t0 + 8 t1 + 2 t2
-        uint32x4_t lo = vmull_n_u16(vget_low_u16(t0), 54);
-        uint32x4_t hi = vmull_n_u16(vget_high_u16(t0), 54);
-        lo = vmlal_n_u16(lo, vget_low_u16(t1), 8);
-        hi = vmlal_n_u16(hi, vget_high_u16(t1), 8);
-        lo = vmlal_n_u16(lo, vget_low_u16(t2), 2);
-        hi = vmlal_n_u16(hi, vget_high_u16(t2), 2);
+        uint32x4_t lo = vmull_u16(vget_low_u16(t0), k54);
+        uint32x4_t hi = vmull_u16(vget_high_u16(t0), k54);
+        lo = vmlal_u16(lo, vget_low_u16(t1), k8);
+        hi = mlal_high(hi, t1, k8);
+        lo = vmlal_u16(lo, vget_low_u16(t2), k2);
+        hi = mlal_high(hi, t2, k2);
         vst1_u8(dst + x, weight_out(lo, hi));
     }
     for (int k = y0 > 1 ? y0 : 1; k < y1; ++k) {
         const uint16_t *c = t + (2 * k - first) * s;
         uint8_t *d = dst + k * dst_stride;
-        const bool bottom = k == out_h - 1;
-        for (int x = 0; x < out_w; x += 8) {
-            uint16x8_t m2 = vld1q_u16(c - 2 * s + x), m1 = vld1q_u16(c - s + x);
-            uint16x8_t c0 = vld1q_u16(c + x), p1 = vld1q_u16(c + s + x);
-            // Bottom row: t[2k] stands in for t[2k+2], i.e. 55 t[2k].
-            uint16x8_t p2 = bottom ? vdupq_n_u16(0) : vld1q_u16(c + 2 * s + x);
-            const uint16_t cw = bottom ? 55 : 54;
-            uint16x8_t s4 = vaddq_u16(m1, p1); // at most 32640
+        if (k == out_h - 1) { // t[2k] stands in for t[2k+2]: 55 t[2k]
+            for (int x = 0; x < out_w; x += 8) {
+                const uint16x8_t m2 = vld1q_u16(c - 2 * s + x), c0 = vld1q_u16(c + x);
+                const uint16x8_t s4 = vaddq_u16(vld1q_u16(c - s + x), vld1q_u16(c + s + x));
+                uint32x4_t lo = vmlal_u16(vmovl_u16(vget_low_u16(m2)), vget_low_u16(s4), k4);
+                uint32x4_t hi = mlal_high(vmovl_u16(vget_high_u16(m2)), s4, k4);
+                lo = vmlal_u16(lo, vget_low_u16(c0), k55);
+                hi = mlal_high(hi, c0, k55);
+                vst1_u8(d + x, weight_out(lo, hi));
+            }
+            continue;
+        }
+        // The pointers walk with the columns: each load post-increments its own register.
+        const uint16_t *m2p = c - 2 * s, *m1p = c - s, *p1p = c + s, *p2p = c + 2 * s;
+        for (int x = 0; x < out_w; x += 8, m2p += 8, m1p += 8, c += 8, p1p += 8, p2p += 8) {
+            const uint16x8_t m2 = vld1q_u16(m2p), p2 = vld1q_u16(p2p), c0 = vld1q_u16(c);
+            const uint16x8_t s4 = vaddq_u16(vld1q_u16(m1p), vld1q_u16(p1p)); // at most 32640
             uint32x4_t lo = vaddl_u16(vget_low_u16(m2), vget_low_u16(p2));
             uint32x4_t hi = vaddl_u16(vget_high_u16(m2), vget_high_u16(p2));
-            lo = vmlal_n_u16(lo, vget_low_u16(s4), 4);
-            hi = vmlal_n_u16(hi, vget_high_u16(s4), 4);
-            lo = vmlal_n_u16(lo, vget_low_u16(c0), cw);
-            hi = vmlal_n_u16(hi, vget_high_u16(c0), cw);
+            lo = vmlal_u16(lo, vget_low_u16(s4), k4);
+            hi = mlal_high(hi, s4, k4);
+            lo = vmlal_u16(lo, vget_low_u16(c0), k54);
+            hi = mlal_high(hi, c0, k54);
             vst1_u8(d + x, weight_out(lo, hi));
         }
     }
