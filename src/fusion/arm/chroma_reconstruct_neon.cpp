@@ -5,18 +5,6 @@
 #include "common/neon.h"
 #include "fusion/arm/fusion_neon.h"
 
-// (w0 a0 + w1 a1 + w2 a2 + 128) >> 8 in 32 bits, low 16 bits kept (vrshrn).
-static inline int16x8_t blend3(int16x8_t a0, int16x8_t a1, int16x8_t a2, int16x8_t k0, int16x8_t k1,
-                               int16x8_t k2) {
-    int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(k0));
-    int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(k0));
-    lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(k1));
-    hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(k1));
-    lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(k2));
-    hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(k2));
-    return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
-}
-
 static inline int16x8_t widen_weights(const uint8_t *w) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(w))); }
 
 // 8 pairs per step: vld2 splits the 16 values into the first and the second
@@ -33,8 +21,8 @@ decl_chroma_blend_fn(chroma_blend_neon) {
             const int16x8_t k0 = widen_weights(v0 + x), k1 = widen_weights(v1 + x), k2 = widen_weights(v2 + x);
             const int16x8x2_t a0 = vld2q_s16(p0 + 2 * x), a1 = vld2q_s16(p1 + 2 * x), a2 = vld2q_s16(p2 + 2 * x);
             int16x8x2_t out;
-            out.val[0] = blend3(a0.val[0], a1.val[0], a2.val[0], k0, k1, k2);
-            out.val[1] = blend3(a0.val[1], a1.val[1], a2.val[1], k0, k1, k2);
+            out.val[0] = blend3_s16(a0.val[0], a1.val[0], a2.val[0], k0, k1, k2);
+            out.val[1] = blend3_s16(a0.val[1], a1.val[1], a2.val[1], k0, k1, k2);
             vst2q_s16(p0 + 2 * x, out);
         }
     }

@@ -4,21 +4,11 @@
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
 
-// (w0 a0 + w1 a1 + w2 a2 + 128) >> 8 of 8 columns: vrshrn forms it
-// arithmetically and keeps the low 16 bits, as the scalar (int16_t)
-// conversion does.
+// Blend of 8 columns from the three bands and their 8-bit weights.
 static inline int16x8_t blend_columns(const int16_t *b0, const int16_t *b1, const int16_t *b2, uint8x8_t w0,
                                       uint8x8_t w1, uint8x8_t w2) {
-    const int16x8_t a0 = vld1q_s16(b0), a1 = vld1q_s16(b1), a2 = vld1q_s16(b2);
-    const int16x8_t k0 = vreinterpretq_s16_u16(vmovl_u8(w0)), k1 = vreinterpretq_s16_u16(vmovl_u8(w1)),
-                    k2 = vreinterpretq_s16_u16(vmovl_u8(w2));
-    int32x4_t lo = vmull_s16(vget_low_s16(a0), vget_low_s16(k0));
-    int32x4_t hi = vmull_s16(vget_high_s16(a0), vget_high_s16(k0));
-    lo = vmlal_s16(lo, vget_low_s16(a1), vget_low_s16(k1));
-    hi = vmlal_s16(hi, vget_high_s16(a1), vget_high_s16(k1));
-    lo = vmlal_s16(lo, vget_low_s16(a2), vget_low_s16(k2));
-    hi = vmlal_s16(hi, vget_high_s16(a2), vget_high_s16(k2));
-    return vcombine_s16(vrshrn_n_s32(lo, 8), vrshrn_n_s32(hi, 8));
+    return blend3_s16(vld1q_s16(b0), vld1q_s16(b1), vld1q_s16(b2), vreinterpretq_s16_u16(vmovl_u8(w0)),
+                      vreinterpretq_s16_u16(vmovl_u8(w1)), vreinterpretq_s16_u16(vmovl_u8(w2)));
 }
 
 // 16 columns per step (one load per weight row), a last step of 8.  The
