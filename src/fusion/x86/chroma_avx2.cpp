@@ -204,11 +204,7 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_avx2) {
             _mm256_storeu_si256((__m256i *)(dst + 2 * i + 16), o1);
         }
         if (i < n) {
-            __m128i lo, hi;
-            expand_pairs4(_mm_loadu_si128((const __m128i *)(q + i - 2)), _mm_loadu_si128((const __m128i *)(q + i)),
-                          _mm_loadu_si128((const __m128i *)(q + i + 2)), &lo, &hi);
-            _mm_storeu_si128((__m128i *)(dst + 2 * i), lo);
-            _mm_storeu_si128((__m128i *)(dst + 2 * i + 8), hi);
+            collapse_pairs4(dst, q, i);
         }
         odd_last_pair(dst, dst_pairs, q, e);
     }

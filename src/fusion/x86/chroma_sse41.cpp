@@ -116,13 +116,7 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_sse41) {
     for (int j = 0; j < rows; ++j, src += src_stride, dst += pitch) {
         int16_t *q = src;
         pad_pairs_repeat(q, src_pairs);
-        for (int i = 0; i < n; i += 8) {
-            __m128i lo, hi;
-            expand_pairs4(_mm_loadu_si128((const __m128i *)(q + i - 2)), _mm_loadu_si128((const __m128i *)(q + i)),
-                          _mm_loadu_si128((const __m128i *)(q + i + 2)), &lo, &hi);
-            _mm_storeu_si128((__m128i *)(dst + 2 * i), lo);
-            _mm_storeu_si128((__m128i *)(dst + 2 * i + 8), hi);
-        }
+        for (int i = 0; i < n; i += 8) collapse_pairs4(dst, q, i);
         odd_last_pair(dst, dst_pairs, q, e);
     }
 }

@@ -41,6 +41,16 @@ inline void expand_pairs4(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i 
     *hi = _mm_unpackhi_epi32(even, odd);
 }
 
+// One collapse step of four 16-bit source pairs at element i of row q (read
+// from i - 2 to i + 9) into the eight output pairs at 2 i of dst.
+inline void collapse_pairs4(int16_t *dst, const int16_t *q, int i) {
+    __m128i lo, hi;
+    expand_pairs4(_mm_loadu_si128((const __m128i *)(q + i - 2)), _mm_loadu_si128((const __m128i *)(q + i)),
+                  _mm_loadu_si128((const __m128i *)(q + i + 2)), &lo, &hi);
+    _mm_storeu_si128((__m128i *)(dst + 2 * i), lo);
+    _mm_storeu_si128((__m128i *)(dst + 2 * i + 8), hi);
+}
+
 #ifdef __AVX2__
 // The same at 16 lanes, for single columns (Unit 16: even and odd outputs
 // interleave as 16-bit units) and for chroma pairs (Unit 32).  The unpacks work per 128-bit half, so the

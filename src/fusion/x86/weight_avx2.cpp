@@ -218,12 +218,8 @@ decl_band_blend_fn(band_blend_avx2) {
     for (int y = 0; y < h; ++y) {
         int x = 0;
         for (; x + 16 <= w8; x += 16) blend16(b0 + x, b1 + x, b2 + x, w0 + x, w1 + x, w2 + x);
-        // The last 8 columns of an odd count of 8-groups, one at a time as
-        // the reference does them.
-        for (; x < w8; ++x) {
-            const int32_t a = w0[x] * b0[x] + w1[x] * b1[x] + w2[x] * b2[x];
-            b0[x] = (int16_t)(uint16_t)((a + 128) >> 8);
-        }
+        // The last 8 columns of an odd count of 8-groups: the reference.
+        if (x < w8) band_blend_c(b0 + x, b1 + x, b2 + x, bstride, w0 + x, w1 + x, w2 + x, wstride, w8 - x, 1);
         b0 += bstride;
         b1 += bstride;
         b2 += bstride;
