@@ -5,6 +5,7 @@
 void fusion_dsp_init_c(FusionDsp *dsp) {
     dsp->weight_well_exposed = weight_well_exposed_c;
     dsp->weight_normalize = weight_normalize_c;
+    dsp->weight_fused = weight_fused_c;
     dsp->weight_reduce_h = pyramid_reduce_h_c<54>;
     dsp->weight_reduce_v = pyramid_reduce_v_c<54, 12>;
     dsp->image_reduce_h = pyramid_reduce_h_c<6>;

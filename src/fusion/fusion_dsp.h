@@ -30,6 +30,17 @@ typedef decl_weight_well_exposed_fn(*weight_well_exposed_fn);
     ptrdiff_t stride, int width, int height)
 typedef decl_weight_normalize_fn(*weight_normalize_fn);
 
+// The merge's three level-0 weight maps in one pass: for f = 0, 1, 2,
+// w_f = min(255, curves[256 f + luma[f][x]] * mask[f][x]) as
+// weight_well_exposed, then the three normalised together as
+// weight_normalize, so the unnormalised maps never reach memory.  A null
+// mask means every mask byte is 1.  Columns and row advance as
+// weight_well_exposed (masks dense, luma and dst by stride - width past
+// the last processed pixel).
+#define decl_weight_fused_fn(name) void (name)(uint8_t *const *dst, const uint8_t *const *luma, \
+    ptrdiff_t stride, const uint8_t *const *mask, const uint8_t *curves, int width, int height)
+typedef decl_weight_fused_fn(*weight_fused_fn);
+
 // Horizontal decimating 5-tap pass over every row r = 0 .. h-1 of src
 // (w x h bytes, pitch src_stride).  Per row: pads in place p[-2] = p[2],
 // p[-1] = p[1], p[w] = p[w-2] (in that order), then for k = 0 ..
@@ -143,6 +154,7 @@ static inline ExpandTaps expand_taps(int y, int hrows) {
 struct FusionDsp {
     weight_well_exposed_fn weight_well_exposed;
     weight_normalize_fn weight_normalize;
+    weight_fused_fn weight_fused;
     reduce_h_fn weight_reduce_h;
     reduce_v_fn weight_reduce_v;
     reduce_h_fn image_reduce_h;
@@ -164,6 +176,7 @@ void fusion_dsp_init_avx2(FusionDsp *dsp);  // x86-64 builds only
 // expand_h reference serve both pyramids (see pyramid_rows.h).
 decl_weight_well_exposed_fn(weight_well_exposed_c);
 decl_weight_normalize_fn(weight_normalize_c);
+decl_weight_fused_fn(weight_fused_c);
 decl_image_band_v_fn(image_band_v_c);
 decl_residual_copy_fn(residual_copy_c);
 decl_band_blend_fn(band_blend_c);

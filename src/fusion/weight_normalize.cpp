@@ -30,6 +30,28 @@ decl_weight_normalize_fn(weight_normalize_c) {
     }
 }
 
+decl_weight_fused_fn(weight_fused_c) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    const uint8_t *src[3] = {luma[0], luma[1], luma[2]};
+    const uint8_t *m[3] = {mask ? mask[0] : nullptr, mask ? mask[1] : nullptr, mask ? mask[2] : nullptr};
+    uint8_t *out[3] = {dst[0], dst[1], dst[2]};
+    for (int r = 0; r < height; ++r) {
+        for (int x = 0; x < n; ++x) {
+            uint8_t w[3];
+            for (int f = 0; f < 3; ++f)
+                w[f] = min_u8((uint16_t)(curves[256 * f + src[f][x]] * (m[f] ? m[f][x] : 1)));
+            const uint32_t q = weight_int_tab[w[0] + w[1] + w[2]];
+            for (int f = 0; f < 3; ++f) out[f][x] = min_u8((uint16_t)((w[f] * q + 128) >> 8));
+        }
+        for (int f = 0; f < 3; ++f) {
+            src[f] += next;
+            out[f] += next;
+            if (m[f]) m[f] += n;
+        }
+    }
+}
+
 extern "C" VARO_HDR_API void WeightNormalize(uint8_t *const weight_maps[3][VARO_HDR_MAX_LEVELS],
                                              int32_t width, int32_t height, int32_t stride) {
     if (height < 1) return;
