@@ -87,7 +87,9 @@ TEST(MergeStatus, OutcomeReasonOffsetsAndRectangleOfEveryKindOfCall) {
                       std::vector<int>({0, 0, in.width, in.height})) << c.what;
             EXPECT_EQ(memcmp(b.frame[HE_IDX].buf.data(), b.frame[AE_IDX].buf.data(), c.w * c.h * 3 / 2), 0);
             // Uniform frames carry no bitmap bits: the search ends at its limit.
-            if (c.reason == HDR_FALLBACK_REGISTRATION) EXPECT_EQ(s.le_offset.x, -63);
+            if (c.reason == HDR_FALLBACK_REGISTRATION) {
+                EXPECT_EQ(s.le_offset.x, -63);
+            }
         }
     }
     hdrDestroyContext(ctx);
