@@ -1,4 +1,4 @@
-// AVX2 bitmap rows of the two finest levels: one word pair per vector.
+// AVX2 bitmap rows of the three finest levels: one word pair per vector.
 #include <immintrin.h>
 
 #include "registration/reg_dsp.h"
@@ -20,6 +20,18 @@ decl_bitmap_row_fn(bitmap_row_avx2) {
         __m256i v;
         if (Level == 0) {
             v = _mm256_permute4x64_epi64(_mm256_loadu_si256((const __m256i *)p), 0x4E);
+        } else if (Level == 2) {
+            // Byte 0 of every 32-bit lane of four vectors; the two packs leave
+            // groups of four samples in the order 0 4 8 12 16 20 24 28 (in
+            // units of four samples: 0-3 at 0, 8-11 at 1, ...), and the
+            // permute puts them in the swapped-halves order of level 0.
+            const __m256i m = _mm256_set1_epi32(0xFF);
+            const __m256i a = _mm256_and_si256(_mm256_loadu_si256((const __m256i *)p), m);
+            const __m256i b = _mm256_and_si256(_mm256_loadu_si256((const __m256i *)(p + 32)), m);
+            const __m256i c = _mm256_and_si256(_mm256_loadu_si256((const __m256i *)(p + 64)), m);
+            const __m256i d = _mm256_and_si256(_mm256_loadu_si256((const __m256i *)(p + 96)), m);
+            v = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
+            v = _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(2, 6, 3, 7, 0, 4, 1, 5));
         } else {
             // The pack leaves samples 0-7, 16-23, 8-15, 24-31 in the four 64-bit parts.
             const __m256i a = _mm256_and_si256(_mm256_loadu_si256((const __m256i *)p), lo);
@@ -95,4 +107,5 @@ void reg_dsp_init_avx2(RegDsp *dsp) {
     dsp->bitmap_row_error = bitmap_row_error_avx2;
     dsp->bitmap_row[0] = bitmap_row_avx2<0>;
     dsp->bitmap_row[1] = bitmap_row_avx2<1>;
+    dsp->bitmap_row[2] = bitmap_row_avx2<2>;
 }
