@@ -16,22 +16,32 @@ extern "C" VARO_HDR_API const int32_t bits_num[256] = {B6(0), B6(1), B6(1), B6(2
 
 namespace {
 
-// Error of candidate (cx, cy): fixed pixel (r, c) against moving pixel
-// (r - cy, c - cx), summed over the fixed level.  Rows and columns outside the
-// moving level land in its zero margins and add nothing.
-uint32_t candidate_error(const RegDsp &dsp, const HdrBitmapLevel &fixed,
-                         const HdrBitmapLevel &moving, int cx, int cy, uint32_t *diff) {
-    const ptrdiff_t first_pair = (ptrdiff_t)(-cx) >> 5; // floor(-cx / 32)
-    const unsigned shift = (unsigned)(-cx) & 31;
-    uint32_t err = 0;
+// Errors of the nine candidates (cx0 + dx, cy0 + dy), dy then dx from -1 to
+// 1: fixed pixel (r, c) against moving pixel (r - cy, c - cx), summed over
+// the fixed level.  Rows and columns outside the moving level land in its
+// zero margins and add nothing.  Row by row, all nine at once: the fixed
+// row and the three moving rows it meets stay in the first-level cache,
+// where candidate after candidate would stream the level nine times.
+void candidate_errors(const RegDsp &dsp, const HdrBitmapLevel &fixed, const HdrBitmapLevel &moving,
+                      int cx0, int cy0, uint32_t err[9]) {
+    ptrdiff_t first_pair[3];
+    unsigned shift[3];
+    for (int i = 0; i < 3; ++i) {
+        const int cx = cx0 + i - 1;
+        first_pair[i] = (ptrdiff_t)(-cx) >> 5; // floor(-cx / 32)
+        shift[i] = (unsigned)(-cx) & 31;
+    }
+    const ptrdiff_t mpitch = (ptrdiff_t)moving.stride_words * 2;
+    for (int c = 0; c < 9; ++c) err[c] = 0;
     for (uint32_t r = 0; r < fixed.rows; ++r) {
         const uint32_t *frow = fixed.bits + (size_t)r * fixed.stride_words * 2;
-        const uint32_t *mrow =
-            moving.bits + ((ptrdiff_t)r - cy) * (ptrdiff_t)moving.stride_words * 2 + 2 * first_pair;
-        err += dsp.bitmap_row_error(frow, mrow, fixed.width_words, shift,
-                                    diff ? diff + (size_t)r * fixed.width_words : nullptr);
+        for (int j = 0; j < 3; ++j) {
+            const uint32_t *mrow = moving.bits + ((ptrdiff_t)r - (cy0 + j - 1)) * mpitch;
+            for (int i = 0; i < 3; ++i)
+                err[3 * j + i] += dsp.bitmap_row_error(frow, mrow + 2 * first_pair[i], fixed.width_words,
+                                                       shift[i], nullptr);
+        }
     }
-    return err;
 }
 
 } // namespace
@@ -46,27 +56,22 @@ uint32_t offset_search(const HdrBitmapLevel *fixed_pyramid, const HdrBitmapLevel
         *scratch_failed = true;
         return 0;
     }
+    // The level-0 difference map that the scratch is sized for has no
+    // reader, so it is not stored; the block is still taken (and its
+    // failure reported) as callers expect.
     const RegDsp &dsp = hdr_dsp()->reg;
     int x = 0, y = 0;
     uint32_t min_err_bits = 0;
     for (int L = VARO_HDR_BITMAP_LEVELS - 1; L >= 0; --L) {
+        uint32_t err[9];
+        candidate_errors(dsp, fixed_pyramid[L], moving_pyramid[L], 2 * x, 2 * y, err);
         const int x0 = x, y0 = y;
         min_err_bits = UINT32_MAX;
-        // Level 0 keeps the best candidate's difference map in one half while
-        // the next candidate writes the other.
-        unsigned half = 0;
-        for (int dy = -1; dy <= 1; ++dy)
-            for (int dx = -1; dx <= 1; ++dx) {
-                const int cx = 2 * x0 + dx, cy = 2 * y0 + dy;
-                uint32_t *diff = L == 0 ? scratch + half * map_words : nullptr;
-                const uint32_t err =
-                    candidate_error(dsp, fixed_pyramid[L], moving_pyramid[L], cx, cy, diff);
-                if (err < min_err_bits) { // ties keep the earlier candidate
-                    min_err_bits = err;
-                    x = cx;
-                    y = cy;
-                    half ^= 1;
-                }
+        for (int c = 0; c < 9; ++c)
+            if (err[c] < min_err_bits) { // ties keep the earlier candidate
+                min_err_bits = err[c];
+                x = 2 * x0 + c % 3 - 1;
+                y = 2 * y0 + c / 3 - 1;
             }
         HDR_LOG_AS("OffsetCalc", "offset: (%d, %d) , min_err_bits %d\n", x, y, min_err_bits);
     }
