@@ -9,16 +9,17 @@
 #include "common/dsp.h"
 
 // Every slot of the kernel tables.
-#define KERNEL_SLOTS(X)                                                                        \
-    X(fusion.weight_well_exposed) X(fusion.weight_normalize) X(fusion.weight_reduce_h)         \
-    X(fusion.weight_reduce_v) X(fusion.image_reduce_h) X(fusion.image_reduce_v)                \
-    X(fusion.image_expand_h) X(fusion.image_band_v) X(fusion.residual_copy)                    \
-    X(fusion.band_blend) X(fusion.collapse_expand_h) X(fusion.collapse_add_v)                  \
-    X(chroma.copy_flip) X(chroma.reduce_h) X(chroma.reduce_v) X(chroma.expand_h)               \
-    X(chroma.expand_band) X(chroma.residual) X(chroma.blend) X(chroma.collapse_h)              \
-    X(chroma.collapse_v) X(tone.stats) X(tone.map) X(reg.bitmap_row[0]) X(reg.bitmap_row[1])   \
-    X(reg.bitmap_row[2]) X(reg.bitmap_row[3]) X(reg.bitmap_row[4]) X(reg.bitmap_row[5])        \
-    X(reg.bitmap_row_error) X(ghost.mask_rows) X(ghost.motion_row)
+#define KERNEL_SLOTS(X)                                                                    \
+    X(fusion.weight_well_exposed) X(fusion.weight_normalize) X(fusion.weight_fused)        \
+    X(fusion.weight_reduce_h) X(fusion.weight_reduce_v) X(fusion.image_reduce_h)           \
+    X(fusion.image_reduce_v) X(fusion.image_expand_h) X(fusion.image_band_v)               \
+    X(fusion.residual_copy) X(fusion.band_blend) X(fusion.collapse_expand_h)               \
+    X(fusion.collapse_add_v) X(chroma.copy_flip) X(chroma.reduce_h) X(chroma.reduce_v)     \
+    X(chroma.expand_h) X(chroma.expand_band) X(chroma.residual) X(chroma.blend)            \
+    X(chroma.collapse_h) X(chroma.collapse_v) X(tone.stats) X(tone.map)                    \
+    X(reg.bitmap_row[0]) X(reg.bitmap_row[1]) X(reg.bitmap_row[2]) X(reg.bitmap_row[3])    \
+    X(reg.bitmap_row[4]) X(reg.bitmap_row[5]) X(reg.bitmap_row_error) X(ghost.mask_rows)   \
+    X(ghost.motion_row)
 
 namespace {
 

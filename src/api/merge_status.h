@@ -2,19 +2,26 @@
 // own allocation behind the public HdrContext so that its layout stays as
 // hosts know it.  Written by the calling thread; the HE search's scratch
 // failure is written by thread 0 before the offset hand-off, which publishes it.
+// The row-split stages' hand-offs and job live here for the same reason.
 #pragma once
 #include <stdint.h>
 #include <sys/time.h>
 
+#include "pipeline/row_split.h"
 #include "varo_hdr.h"
 
 struct HdrContextBlock {
     HdrContext ctx; // first, so a context pointer is the block's pointer
     HdrMergeStatus status;
+    HdrRowSplit split;
 };
 
 inline HdrMergeStatus *merge_status(HdrContext *ctx) {
     return &reinterpret_cast<HdrContextBlock *>(ctx)->status;
+}
+
+inline HdrRowSplit *row_split(HdrContext *ctx) {
+    return &reinterpret_cast<HdrContextBlock *>(ctx)->split;
 }
 
 inline int64_t status_now_us() {

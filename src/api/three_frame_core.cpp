@@ -7,7 +7,9 @@
 #include "common/arith.h"
 #include "common/geometry.h"
 #include "common/log.h"
+#include "ghost/motion_mask.h"
 #include "pipeline/handoff.h"
+#include "pipeline/row_split.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -42,9 +44,17 @@ void copy_reference(HdrInput *in) {
     in->out_height = (int32_t)H;
 }
 
+// Starts the workers' shares of the motion stage, or lets them pass it.
+void release_motion_stage(HdrContext *ctx, int32_t job) {
+    HdrRowSplit *s = row_split(ctx);
+    s->motion_job = job;
+    handoff_release(&s->sync_rows, &s->sync_rows.go, &s->sync_rows.cond_go);
+}
+
 // Stops both workers at the motion hand-off and returns once neither of
 // them touches the context any more.
 int release_workers(HdrContext *ctx, int result) {
+    release_motion_stage(ctx, SPLIT_MOTION_NONE);
     ctx->fusion_skip = 1;
     handoff_release(&ctx->sync_motion, &ctx->sync_motion.go, &ctx->sync_motion.cond_go);
     handoff_wait_workers_left(ctx);
@@ -58,6 +68,7 @@ int abandon_after_thread_failure(HdrContext *ctx, bool started0, bool started1) 
     ctx->fusion_skip = 1;
     handoff_release(&ctx->sync_bitmap, &ctx->sync_bitmap.start, &ctx->sync_bitmap.cond_start);
     handoff_release(&ctx->sync_offset, &ctx->sync_offset.go, &ctx->sync_offset.cond_go);
+    release_motion_stage(ctx, SPLIT_MOTION_NONE);
     handoff_release(&ctx->sync_motion, &ctx->sync_motion.go, &ctx->sync_motion.cond_go);
     HdrHandoff *g = &ctx->sync_motion;
     if (started0) handoff_wait(g, &g->le_done, &g->cond_done);
@@ -199,35 +210,18 @@ extern "C" VARO_HDR_API int hdrThreeFrameCore(HdrContext *ctx, HdrInput *in) {
 
     const int64_t t_motion = hdr_stage_start(&start_time_4);
     const int64_t motion_start = status_now_us();
-    const size_t plane = (size_t)W * (size_t)H;
+    // The three threads share the motion stage by rows: mask fills and either
+    // the plain base copies or the motion comparison.
     const bool ghost = ctx->le_flag || ctx->he_flag;
-    // The masks start at 1 over the input size.  MotionMask writes every
-    // byte of the overlap itself (in its one pass over the three frames), so
-    // then only the part past the overlap is filled here.
-    const size_t filled = ghost ? (size_t)ctx->width * (size_t)ctx->height : 0;
-    static const int mask_order[3] = {AE_IDX, LE_IDX, HE_IDX};
-    for (int f : mask_order) memset(ctx->motion_mask[f] + filled, 1, plane - filled);
-    int m;
-    if (ghost) {
-        m = MotionMask(ctx, in);
-    } else {
-        // Input-size rows from each crop origin, as far as the frame's luma
-        // plane holds them: what lies past the overlap is never used, and
-        // nothing past the host's plane is read.
-        static const int order[3] = {AE_IDX, LE_IDX, HE_IDX};
-        for (int i = 0; i < 3; ++i) {
-            const int f = order[i];
-            uint8_t *dst = ctx->img_gaussian_pyramid[f][0];
-            const uint8_t *src = ctx->aligned[f].luma;
-            size_t left = plane - (size_t)(src - in->frame[f].luma);
-            for (int32_t r = 0; r < H && left > 0; ++r) {
-                const size_t n = left < (size_t)W ? left : (size_t)W;
-                memcpy(dst + (size_t)r * ctx->row_stride[0], src + (size_t)r * W, n);
-                left -= n;
-            }
-        }
-        m = 0;
-    }
+    HdrRowSplit *split = row_split(ctx);
+    if (ghost) motion_rules(&split->rules, ctx, in);
+    release_motion_stage(ctx, ghost ? SPLIT_MOTION_GHOST : SPLIT_MOTION_COPY);
+    motion_share(ctx, 0);
+    handoff_wait2(&split->sync_rows, &split->sync_rows.le_done, &split->sync_rows.he_done,
+                  &split->sync_rows.cond_done);
+    const int m = ghost ? motion_veto(&split->rules, split->counted[0] + split->counted[1] +
+                                                         split->counted[2])
+                        : 0;
     hdr_stage_end(&end_time_4, &total_time_4, t_motion);
     const int64_t fusion_start = status_now_us();
     status->motion_us = fusion_start - motion_start;

@@ -1,10 +1,12 @@
-// The calling thread's share of the fusion: AE's weights and pyramids, the
-// steps that need all three frames, and the hand-offs that pace the workers.
+// The calling thread's share of the fusion: its rows of the weight maps and
+// the tone map, AE's pyramids, the steps that need all three frames, and the
+// hand-offs that pace the workers.
 #include <stdio.h>
 
 #include "api/merge_status.h"
 #include "common/log.h"
 #include "pipeline/handoff.h"
+#include "pipeline/row_split.h"
 #include "varo_hdr.h"
 
 extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
@@ -12,17 +14,15 @@ extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
 
     const int64_t started = hdr_stage_start(&start_time_6);
     const int64_t weights_start = status_now_us();
+    // Each thread weighs and normalises a third of the rows of all three frames.
     handoff_release(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
-    WeightWellExposed(ctx, AE_IDX);
+    weight_share(ctx, 0);
     handoff_wait2(&ctx->sync_weight, &ctx->sync_weight.le_done, &ctx->sync_weight.he_done,
                   &ctx->sync_weight.cond_done);
     HDR_LOG("varo_hdr: WeightWellExposed AE_IDX end\n");
     hdr_stage_end(&end_time_6, &total_time_6, started);
     merge_status(ctx)->weights_us = status_now_us() - weights_start;
 
-    // Both workers are parked on the pyramid hand-off while all three
-    // level-0 weight maps are rescaled together.
-    WeightNormalize(ctx->w_gaussian_pyramid, ctx->width, ctx->height, ctx->row_stride[0]);
     HDR_LOG("normalize weighting done!\n");
 
     handoff_release(&ctx->sync_pyramid, &ctx->sync_pyramid.go, &ctx->sync_pyramid.cond_go);
@@ -44,10 +44,16 @@ extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
     handoff_signal(&ctx->sync_chroma, &ctx->sync_chroma.go, &ctx->sync_chroma.cond_go);
     ImageReconstruct(ctx, ctx->levels);
     HDR_LOG("varo_hdr: ImageReconstruct end\n");
+    // The statistics read the fused luma only, so they need not wait for the
+    // chroma; the mapping is shared by rows with thread 0.
+    HdrRowSplit *split = row_split(ctx);
+    tone_prepare(ctx, &split->tone, in->frame[HE_IDX].luma, in->frame[HE_IDX].chroma, W);
     handoff_wait(&ctx->sync_chroma, &ctx->sync_chroma.done, &ctx->sync_chroma.cond_done);
 
     puts("ImageNormalize LUMA end");
-    ImageNormalize(ctx, in->frame[HE_IDX].luma, in->frame[HE_IDX].chroma, W);
+    handoff_release(&split->sync_tone, &split->sync_tone.go, &split->sync_tone.cond_go);
+    tone_share(ctx, 0);
+    handoff_wait(&split->sync_tone, &split->sync_tone.done, &split->sync_tone.cond_done);
     HDR_LOG("varo_hdr: ImageNormalize end\n");
     return 0;
 }

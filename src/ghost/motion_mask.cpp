@@ -3,12 +3,12 @@
 #include "common/arith.h"
 #include "common/dsp.h"
 #include "common/log.h"
+#include "ghost/motion_mask.h"
 #include "varo_hdr.h"
 
 namespace {
 
 enum { kLinearMax = 1623 };
-const uint32_t kVetoPixels = 840000;
 
 inline uint8_t linear_to_pixel(double linear) {
     const int32_t v = cvt_f64_s32(linear);
@@ -53,23 +53,23 @@ void choose_rules(MotionRules *r, const HdrContext *ctx, float et_le, float et_h
 
 } // namespace
 
-// Every overlap byte of the three masks is written (1 where no rule fires),
-// and the three level-0 copies are made in the same pass, row by row.
-extern "C" VARO_HDR_API int MotionMask(HdrContext *ctx, HdrInput *in) {
-    const int32_t w = ctx->width, h = ctx->height;
+void motion_rules(MotionRules *rules, const HdrContext *ctx, const HdrInput *in) {
     float exposure[3];
     for (int f = 0; f < 3; ++f)
         exposure[f] = (float)in->exposure[f].exposure_units * in->exposure[f].exposure_scale;
     const float et_scale_ae2le = exposure[LE_IDX] / exposure[AE_IDX];
     const float et_scale_ae2he = exposure[HE_IDX] / exposure[AE_IDX];
-    HDR_LOG("ET_scale_ae2le: %f, ET_scale_ae2he: %f", (double)et_scale_ae2le,
-            (double)et_scale_ae2he);
+    HDR_LOG_AS("MotionMask", "ET_scale_ae2le: %f, ET_scale_ae2he: %f", (double)et_scale_ae2le,
+               (double)et_scale_ae2he);
+    choose_rules(rules, ctx, et_scale_ae2le, et_scale_ae2he);
+}
 
-    MotionRules rules;
-    choose_rules(&rules, ctx, et_scale_ae2le, et_scale_ae2he);
+uint32_t motion_rows(HdrContext *ctx, const HdrInput *in, const MotionRules *rules, int32_t y0,
+                     int32_t y1) {
+    const int32_t w = ctx->width;
     const motion_row_fn motion_row = hdr_dsp()->ghost.motion_row;
     uint32_t counted = 0;
-    for (int32_t y = 0; y < h; ++y) {
+    for (int32_t y = y0; y < y1; ++y) {
         uint8_t *dst[3], *mask[3];
         const uint8_t *src[3];
         for (int f = 0; f < 3; ++f) {
@@ -77,9 +77,15 @@ extern "C" VARO_HDR_API int MotionMask(HdrContext *ctx, HdrInput *in) {
             src[f] = ctx->aligned[f].luma + (ptrdiff_t)y * in->width;
             mask[f] = ctx->motion_mask[f] + (ptrdiff_t)y * w;
         }
-        counted += motion_row(dst, src, mask, (unsigned)w, &rules);
+        counted += motion_row(dst, src, mask, (unsigned)w, rules);
     }
-    // Too many replaced pixels: ghosting too strong to fuse.
-    if (rules.he_rule == MOTION_HE_LONG && counted > kVetoPixels) return 1;
-    return 0;
+    return counted;
+}
+
+// Every overlap byte of the three masks is written (1 where no rule fires),
+// and the three level-0 copies are made in the same pass, row by row.
+extern "C" VARO_HDR_API int MotionMask(HdrContext *ctx, HdrInput *in) {
+    MotionRules rules;
+    motion_rules(&rules, ctx, in);
+    return motion_veto(&rules, motion_rows(ctx, in, &rules, 0, ctx->height));
 }

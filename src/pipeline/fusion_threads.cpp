@@ -1,9 +1,12 @@
 // The two workers of a merge.  Thread 0 carries the LE frame's share and the
-// HE offset search, thread 1 the HE frame's share and the AE bitmaps; they
+// HE offset search, thread 1 the HE frame's share and the AE bitmaps; the
+// motion stage and the weight maps they share with the calling thread by
+// rows (a third each), and thread 0 maps half of the output's rows.  They
 // meet the calling thread only through the context's hand-off groups.
 #include "common/log.h"
 #include "api/merge_status.h"
 #include "pipeline/handoff.h"
+#include "pipeline/row_split.h"
 #include "registration/bitmap.h"
 #include "registration/offset_search.h"
 #include "varo_hdr.h"
@@ -22,6 +25,15 @@
         ImageLaplacianPyramidChroma(ctx, W, (ctx)->levels >> 1, f);                  \
         HDR_LOG("varo_hdr: ImageLaplacianPyramidChroma " name " end\n");             \
     } while (0)
+
+// A worker's share of the motion stage, when the merge gets that far.
+static void motion_stage(HdrContext *ctx, int part, int32_t *done) {
+    HdrRowSplit *s = row_split(ctx);
+    handoff_wait(&s->sync_rows, &s->sync_rows.go, &s->sync_rows.cond_go);
+    if (s->motion_job == SPLIT_MOTION_NONE) return;
+    motion_share(ctx, part);
+    handoff_signal(&s->sync_rows, done, &s->sync_rows.cond_done);
+}
 
 extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
     HdrContext *ctx = (HdrContext *)arg;
@@ -49,10 +61,12 @@ extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
     handoff_signal(&ctx->sync_offset, &ctx->sync_offset.le_done, &ctx->sync_offset.cond_done);
     HDR_LOG("OffsetCalc 0 end, %d, %d\n", he.x, he.y);
 
+    HdrRowSplit *split = row_split(ctx);
+    motion_stage(ctx, 1, &split->sync_rows.le_done);
     if (handoff_wait_motion(ctx, &ctx->sync_motion.le_done)) return nullptr;
 
     handoff_wait(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
-    WeightWellExposed(ctx, LE_IDX);
+    weight_share(ctx, 1);
     handoff_signal(&ctx->sync_weight, &ctx->sync_weight.le_done, &ctx->sync_weight.cond_done);
     HDR_LOG("varo_hdr: WeightWellExposed LE_IDX end\n");
 
@@ -64,8 +78,13 @@ extern "C" VARO_HDR_API void *FusionThreadFunc0(void *arg) {
     handoff_wait(&ctx->sync_chroma, &ctx->sync_chroma.go, &ctx->sync_chroma.cond_go);
     ImageReconstructChroma(ctx, ctx->levels >> 1);
     HDR_LOG("ImageReconstructChroma Chroma end\n");
-    // Last touch of the context: the caller waits for this before it goes on.
     handoff_signal(&ctx->sync_chroma, &ctx->sync_chroma.done, &ctx->sync_chroma.cond_done);
+
+    // The second half of the tone map once the caller has chosen the curve.
+    handoff_wait(&split->sync_tone, &split->sync_tone.go, &split->sync_tone.cond_go);
+    tone_share(ctx, 1);
+    // Last touch of the context: the caller waits for this before it returns.
+    handoff_signal(&split->sync_tone, &split->sync_tone.done, &split->sync_tone.cond_done);
     return nullptr;
 }
 
@@ -79,10 +98,11 @@ extern "C" VARO_HDR_API void *FusionThreadFunc1(void *arg) {
     handoff_signal(&ctx->sync_bitmap, &ctx->sync_bitmap.he_done, &ctx->sync_bitmap.cond_done);
     HDR_LOG("BitmapCalc 1 end\n");
 
+    motion_stage(ctx, 2, &row_split(ctx)->sync_rows.he_done);
     if (handoff_wait_motion(ctx, &ctx->sync_motion.he_done)) return nullptr;
 
     handoff_wait(&ctx->sync_weight, &ctx->sync_weight.go, &ctx->sync_weight.cond_go);
-    WeightWellExposed(ctx, HE_IDX);
+    weight_share(ctx, 2);
     handoff_signal(&ctx->sync_weight, &ctx->sync_weight.he_done, &ctx->sync_weight.cond_done);
     HDR_LOG("varo_hdr: WeightWellExposed HE_IDX end\n");
 

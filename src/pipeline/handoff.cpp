@@ -2,17 +2,21 @@
 
 #include <sys/time.h>
 
+#include "api/merge_status.h"
+
 namespace {
 
-// In the order the groups are set up for a merge.
+// In the order the groups are set up for a merge; the row-split groups,
+// behind the public record, last.
 struct Groups {
-    HdrHandoff *g[6];
+    HdrHandoff *g[8];
     HdrHandoff **begin() { return g; }
-    HdrHandoff **end() { return g + 6; }
+    HdrHandoff **end() { return g + 8; }
 };
 Groups groups(HdrContext *ctx) {
+    HdrRowSplit *s = row_split(ctx);
     return {{&ctx->sync_bitmap, &ctx->sync_weight, &ctx->sync_pyramid, &ctx->sync_chroma,
-             &ctx->sync_offset, &ctx->sync_motion}};
+             &ctx->sync_offset, &ctx->sync_motion, &s->sync_rows, &s->sync_tone}};
 }
 
 } // namespace

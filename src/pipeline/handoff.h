@@ -7,11 +7,12 @@
 
 #include "varo_hdr.h"
 
-// The six groups' mutexes and conditions (default attributes), once per
-// context at creation, and their release at destruction.
+// The hand-off groups' mutexes and conditions (default attributes), once per
+// context at creation, and their release at destruction: the six public
+// ones and the row-split ones behind the record.
 void handoff_create_groups(HdrContext *ctx);
 void handoff_destroy_groups(HdrContext *ctx);
-// All six groups' flags to 0, at the start of every merge.
+// Every group's flags to 0, at the start of every merge.
 void handoff_reset_groups(HdrContext *ctx);
 
 // Blocks until *flag is set.

@@ -6,6 +6,7 @@
 
 #include "common/arith.h"
 #include "common/dsp.h"
+#include "tone/normalize.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -50,11 +51,11 @@ HighCurve high_curve(int32_t U) {
 
 } // namespace
 
-void ImageNormalize(HdrContext *ctx, uint8_t *out_luma, uint8_t *out_chroma, int32_t out_pitch) {
+void tone_prepare(HdrContext *ctx, ToneJob *job, uint8_t *out_luma, uint8_t *out_chroma,
+                  int32_t out_pitch) {
     const ToneDsp &d = hdr_dsp()->tone;
     const int width = ctx->width, height = ctx->height;
     const int16_t *luma = ctx->img_laplacian_pyramid[HE_IDX][0].IY;
-    const int16_t *chroma = ctx->img_laplacian_pyramid[HE_IDX][0].IC;
 
     ToneStats st;
     d.stats(&st, luma, ctx->row_stride[0], width & ~15, height < 0 ? 0 : height);
@@ -69,7 +70,7 @@ void ImageNormalize(HdrContext *ctx, uint8_t *out_luma, uint8_t *out_chroma, int
     const LowCurve lc = low_curve(L);
     const HighCurve hc = high_curve(U);
     const int lo = -lc.n;
-    uint8_t lut[512];
+    uint8_t *lut = job->lut;
     if (lc.tab) memcpy(lut, lc.tab, 2 * lc.n);
     for (int x = lc.n; x < hc.s; ++x) lut[x - lo] = (uint8_t)x;
     if (hc.tab)
@@ -77,10 +78,27 @@ void ImageNormalize(HdrContext *ctx, uint8_t *out_luma, uint8_t *out_chroma, int
     else
         lut[255 - lo] = 255; // nothing over range: 255 stays 255
 
+    job->out_luma = out_luma;
+    job->out_chroma = out_chroma;
+    job->out_pitch = out_pitch;
+    job->row_pairs = height < 1 ? 0 : (height + 1) >> 1;
     if (height < 1) return;
-    int32_t gain[512];
-    tone_gain_table(gain, lut, lo, hc.hi, (int16_t)L, (int16_t)U);
-    const ToneCurve curve = {lut, gain, (int16_t)lo, (int16_t)hc.hi, (int16_t)L, (int16_t)U};
-    d.map(out_luma, out_chroma, out_pitch, luma, ctx->row_stride[0], chroma, ctx->chroma_stride[0],
-          width & ~7, (height + 1) >> 1, &curve);
+    tone_gain_table(job->gain, lut, lo, hc.hi, (int16_t)L, (int16_t)U);
+    job->curve = {lut, job->gain, (int16_t)lo, (int16_t)hc.hi, (int16_t)L, (int16_t)U};
+}
+
+void tone_map_pairs(const HdrContext *ctx, const ToneJob *job, int32_t p0, int32_t p1) {
+    if (p1 <= p0) return;
+    const ptrdiff_t stride = ctx->row_stride[0], cstride = ctx->chroma_stride[0];
+    const ptrdiff_t pitch = job->out_pitch;
+    hdr_dsp()->tone.map(job->out_luma + 2 * p0 * pitch, job->out_chroma + p0 * pitch, pitch,
+                        ctx->img_laplacian_pyramid[HE_IDX][0].IY + 2 * p0 * stride, stride,
+                        ctx->img_laplacian_pyramid[HE_IDX][0].IC + p0 * cstride, cstride,
+                        ctx->width & ~7, p1 - p0, &job->curve);
+}
+
+void ImageNormalize(HdrContext *ctx, uint8_t *out_luma, uint8_t *out_chroma, int32_t out_pitch) {
+    ToneJob job;
+    tone_prepare(ctx, &job, out_luma, out_chroma, out_pitch);
+    tone_map_pairs(ctx, &job, 0, job.row_pairs);
 }

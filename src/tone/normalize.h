@@ -1,0 +1,23 @@
+// The pieces of ImageNormalize, for a merge that shares the mapping's rows
+// between threads.
+#pragma once
+#include <stdint.h>
+
+#include "tone/tone_dsp.h"
+#include "varo_hdr.h"
+
+// The tone curve of one merge and where it maps to.
+struct ToneJob {
+    uint8_t lut[512];
+    int32_t gain[512];
+    ToneCurve curve; // points into lut and gain
+    uint8_t *out_luma, *out_chroma;
+    int32_t out_pitch, row_pairs; // row_pairs 0: nothing to map
+};
+
+// Statistics of the fused luma (one pass over the whole plane: its wrapping
+// partial sums are defined in that order) and the curve they choose.
+void tone_prepare(HdrContext *ctx, ToneJob *job, uint8_t *out_luma, uint8_t *out_chroma,
+                  int32_t out_pitch);
+// Row pairs p0 .. p1-1 of the mapping; any split gives the bytes of one call.
+void tone_map_pairs(const HdrContext *ctx, const ToneJob *job, int32_t p0, int32_t p1);
