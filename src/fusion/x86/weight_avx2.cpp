@@ -21,13 +21,25 @@ inline __m256i curve32(const uint8_t *curve, __m256i v) {
     return r;
 }
 
+// gate8 over 16 pixels.
 inline __m256i gate16(__m128i c16, const uint8_t *mask) {
+    if (!mask) return _mm256_cvtepu8_epi16(c16);
     const __m256i m = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)mask));
     return _mm256_min_epu16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(c16), m), _mm256_set1_epi16(255));
 }
 
+// frame_weights16 over 32 pixels.
+inline void frame_weights32(const uint8_t *curve, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
+    const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)luma));
+    *lo = gate16(_mm256_castsi256_si128(c), mask);
+    *hi = gate16(_mm256_extracti128_si256(c, 1), mask ? mask + 16 : nullptr);
+}
+
 // 16 u16 lanes back to 16 bytes in order.
 inline __m128i pack16(__m256i v) { return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)); }
+
+// Two times 16 u16 lanes to 32 bytes in order (the pack interleaves the halves).
+inline __m256i pack32(__m256i lo, __m256i hi) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8); }
 
 decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
     const int n = width & ~7;
@@ -35,14 +47,12 @@ decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
     for (int r = 0; r < height; ++r) {
         int x = 0;
         for (; x + 32 <= n; x += 32) {
-            const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)(luma + x)));
-            _mm_storeu_si128((__m128i *)(dst + x), pack16(gate16(_mm256_castsi256_si128(c), mask + x)));
-            _mm_storeu_si128((__m128i *)(dst + x + 16), pack16(gate16(_mm256_extracti128_si256(c, 1), mask + x + 16)));
+            __m256i lo, hi;
+            frame_weights32(curve, luma + x, mask + x, &lo, &hi);
+            _mm256_storeu_si256((__m256i *)(dst + x), pack32(lo, hi));
         }
-        for (; x < n; x += 8) {
-            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
-            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
-        }
+        for (; x < n; x += 8)
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(frame_weights8(curve, luma + x, mask + x), _mm_setzero_si128()));
         mask += n;
         luma += next;
         dst += next;
@@ -62,18 +72,28 @@ inline __m256i recip8(__m256i s32) {
     return _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(65536.0f), f));
 }
 
+// recip8_sums over 16 sums: the unpacks and the pack stay in the 128-bit
+// halves, so the lanes come back in order.
+inline __m256i recip16_sums(__m256i s) {
+    const __m256i z = _mm256_setzero_si256();
+    return _mm256_packus_epi32(recip8(_mm256_unpacklo_epi16(s, z)), recip8(_mm256_unpackhi_epi16(s, z)));
+}
+
+inline void normalize_w16(__m256i *a, __m256i *b, __m256i *c) {
+    const __m256i q = recip16_sums(_mm256_add_epi16(_mm256_add_epi16(*a, *b), *c));
+    *a = norm_scale16(*a, q);
+    *b = norm_scale16(*b, q);
+    *c = norm_scale16(*c, q);
+}
+
 inline void normalize16(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
-    const __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
-    const __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
-    const __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
-    const __m256i s = _mm256_add_epi16(_mm256_add_epi16(a, b), c);
-    const __m256i qa = recip8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(s)));
-    const __m256i qb = recip8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(s, 1)));
-    // The pack works per 128-bit half: restore pixel order.
-    const __m256i q = _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8);
-    _mm_storeu_si128((__m128i *)w0, pack16(norm_scale16(a, q)));
-    _mm_storeu_si128((__m128i *)w1, pack16(norm_scale16(b, q)));
-    _mm_storeu_si128((__m128i *)w2, pack16(norm_scale16(c, q)));
+    __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
+    __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
+    __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
+    normalize_w16(&a, &b, &c);
+    _mm_storeu_si128((__m128i *)w0, pack16(a));
+    _mm_storeu_si128((__m128i *)w1, pack16(b));
+    _mm_storeu_si128((__m128i *)w2, pack16(c));
 }
 
 decl_weight_normalize_fn(weight_normalize_avx2) {
@@ -87,6 +107,23 @@ decl_weight_normalize_fn(weight_normalize_avx2) {
         w1 += next;
         w2 += next;
     }
+}
+
+// 32 pixels while they last, the rest as the SSE4.1 kernel does them.
+template <bool Masked>
+int fused_block32(const uint8_t *curves, int x, int n, const uint8_t *const *l, const uint8_t *const *m,
+                  uint8_t *const *d) {
+    if (x + 32 > n) return fused_block16<Masked>(curves, x, n, l, m, d);
+    __m256i lo[3], hi[3];
+    for (int f = 0; f < 3; ++f) frame_weights32(curves + 256 * f, l[f] + x, Masked ? m[f] + x : nullptr, &lo[f], &hi[f]);
+    normalize_w16(&lo[0], &lo[1], &lo[2]);
+    normalize_w16(&hi[0], &hi[1], &hi[2]);
+    for (int f = 0; f < 3; ++f) _mm256_storeu_si256((__m256i *)(d[f] + x), pack32(lo[f], hi[f]));
+    return 32;
+}
+
+decl_weight_fused_fn(weight_fused_avx2) {
+    (mask ? fused_rows<true, fused_block32<true>> : fused_rows<false, fused_block32<false>>)(dst, luma, stride, mask, curves, width, height);
 }
 
 inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
@@ -290,4 +327,5 @@ void fusion_dsp_init_avx2(FusionDsp *dsp) {
     dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_avx2;
     dsp->weight_normalize = weight_normalize_avx2;
+    dsp->weight_fused = weight_fused_avx2;
 }
