@@ -62,20 +62,29 @@ struct CurveLut {
     }
 };
 
+// One frame's weights of 16 and of 8 pixels: min(255, curve[luma] * mask),
+// or the curve values themselves without a mask (every byte 1).  Callers
+// pass a null mask as a constant so the test folds away.
+template <class Lut> inline uint8x16_t frame_weights16(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    const uint8x16_t y = vld1q_u8(luma);
+    const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
+    if (!mask) return vcombine_u8(lo, hi);
+    const uint8x16_t m = vld1q_u8(mask);
+    return vcombine_u8(vqmovn_u16(vmull_u8(lo, vget_low_u8(m))), vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
+}
+template <class Lut> inline uint8x8_t frame_weights8(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    const uint8x8_t c = lut(vld1_u8(luma));
+    return mask ? vqmovn_u16(vmull_u8(c, vld1_u8(mask))) : c;
+}
+
 template <class Lut>
 void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
                        const Lut &lut, int width, int height) {
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
         int x = 0;
-        for (; x + 16 <= n; x += 16) {
-            const uint8x16_t y = vld1q_u8(luma + x), m = vld1q_u8(mask + x);
-            const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
-            // min(255, t * m)
-            vst1_u8(dst + x, vqmovn_u16(vmull_u8(lo, vget_low_u8(m))));
-            vst1_u8(dst + x + 8, vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
-        }
-        if (x < n) vst1_u8(dst + x, vqmovn_u16(vmull_u8(lut(vld1_u8(luma + x)), vld1_u8(mask + x))));
+        for (; x + 16 <= n; x += 16) vst1q_u8(dst + x, frame_weights16(lut, luma + x, mask + x));
+        if (x < n) vst1_u8(dst + x, frame_weights8(lut, luma + x, mask + x));
         mask += n;
         luma += n + (stride - width);
         dst += n + (stride - width);
@@ -123,13 +132,17 @@ static inline uint16x8_t reciprocals(uint16x8_t sum) {
     return q;
 }
 
-static inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
-    const uint8x8_t a = vld1_u8(w0), b = vld1_u8(w1), c = vld1_u8(w2);
+// The three weights of eight pixels normalised together and stored.
+static inline void normalize_store8(uint8_t *d0, uint8_t *d1, uint8_t *d2, uint8x8_t a, uint8x8_t b, uint8x8_t c) {
     const uint16x8_t q = reciprocals(vaddw_u8(vaddl_u8(a, b), c));
     const uint8x8_t qh = vshrn_n_u16(q, 8), ql = vmovn_u16(q);
-    vst1_u8(w0, scale_weight(a, qh, ql));
-    vst1_u8(w1, scale_weight(b, qh, ql));
-    vst1_u8(w2, scale_weight(c, qh, ql));
+    vst1_u8(d0, scale_weight(a, qh, ql));
+    vst1_u8(d1, scale_weight(b, qh, ql));
+    vst1_u8(d2, scale_weight(c, qh, ql));
+}
+
+static inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
+    normalize_store8(w0, w1, w2, vld1_u8(w0), vld1_u8(w1), vld1_u8(w2));
 }
 
 decl_weight_normalize_fn(weight_normalize_neon) {
@@ -145,6 +158,61 @@ decl_weight_normalize_fn(weight_normalize_neon) {
         w0 += next;
         w1 += next;
         w2 += next;
+    }
+}
+
+namespace {
+
+template <bool Masked, class L0, class L1, class L2>
+void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
+                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    uint8_t *d0 = dst[0], *d1 = dst[1], *d2 = dst[2];
+    const uint8_t *l0 = luma[0], *l1 = luma[1], *l2 = luma[2];
+    const uint8_t *m0 = Masked ? mask[0] : nullptr, *m1 = Masked ? mask[1] : nullptr, *m2 = Masked ? mask[2] : nullptr;
+    for (int r = 0; r < height; ++r) {
+        int x = 0;
+        for (; x + 16 <= n; x += 16) {
+            const uint8x16_t a = frame_weights16(c0, l0 + x, Masked ? m0 + x : nullptr);
+            const uint8x16_t b = frame_weights16(c1, l1 + x, Masked ? m1 + x : nullptr);
+            const uint8x16_t c = frame_weights16(c2, l2 + x, Masked ? m2 + x : nullptr);
+            normalize_store8(d0 + x, d1 + x, d2 + x, vget_low_u8(a), vget_low_u8(b), vget_low_u8(c));
+            normalize_store8(d0 + x + 8, d1 + x + 8, d2 + x + 8, vget_high_u8(a), vget_high_u8(b), vget_high_u8(c));
+        }
+        if (x < n)
+            normalize_store8(d0 + x, d1 + x, d2 + x, frame_weights8(c0, l0 + x, Masked ? m0 + x : nullptr),
+                             frame_weights8(c1, l1 + x, Masked ? m1 + x : nullptr),
+                             frame_weights8(c2, l2 + x, Masked ? m2 + x : nullptr));
+        d0 += next, d1 += next, d2 += next;
+        l0 += next, l1 += next, l2 += next;
+        if (Masked) m0 += n, m1 += n, m2 += n;
+    }
+}
+
+template <class L0, class L1, class L2>
+void fused_luts(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
+                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
+    if (mask) fused_rows<true>(dst, luma, stride, mask, c0, c1, c2, width, height);
+    else fused_rows<false>(dst, luma, stride, mask, c0, c1, c2, width, height);
+}
+
+} // namespace
+
+decl_weight_fused_fn(weight_fused_neon) {
+    CurveParts cp[3];
+    for (int f = 0; f < 3; ++f) cp[f] = curve_parts(curves + 256 * f);
+    // The merge's curves: a falling and a rising one of at most five parts
+    // each and the bell.  Any other set looks up all eight parts of each.
+    if (!cp[0].fold && cp[0].count <= 5 && !cp[1].fold && cp[1].count <= 5 && cp[2].fold) {
+        for (int f = 0; f < 2; ++f)
+            if (cp[f].first > 3) cp[f].first = 3;
+        fused_luts(dst, luma, stride, mask, CurveLut<5, false>(curves, cp[0]), CurveLut<5, false>(curves + 256, cp[1]),
+                   CurveLut<4, true>(curves + 512, cp[2]), width, height);
+    } else {
+        for (int f = 0; f < 3; ++f) cp[f].first = 0;
+        fused_luts(dst, luma, stride, mask, CurveLut<8, false>(curves, cp[0]), CurveLut<8, false>(curves + 256, cp[1]),
+                   CurveLut<8, false>(curves + 512, cp[2]), width, height);
     }
 }
 
