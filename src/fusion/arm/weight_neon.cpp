@@ -3,36 +3,10 @@
 #include "common/neon.h"
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/weight_curve.h"
 #include "varo_hdr.h"
 
 namespace {
-
-// The 32-entry parts of a curve that a lookup must visit.  Parts outside
-// first .. first + count - 1 all hold the single value `fill`.  A curve with
-// curve[y] == curve[255 - y] (the normal exposure's bell) is looked up at
-// min(y, 255 - y), which only needs parts 0..3.
-struct CurveParts {
-    int first, count;
-    uint8_t fill;
-    bool fold;
-};
-
-CurveParts curve_parts(const uint8_t *curve) {
-    bool fold = true;
-    for (int y = 0; y < 128; ++y) fold = fold && curve[y] == curve[255 - y];
-    if (fold) return {0, 4, 0, true};
-    CurveParts best = {0, 8, 0, false};
-    const uint8_t ends[2] = {curve[0], curve[255]};
-    for (const uint8_t v : ends) {
-        int first = 0, last = 255;
-        while (first < 256 && curve[first] == v) ++first;
-        while (last >= first && curve[last] == v) --last;
-        if (first > last) return {0, 1, v, false}; // a constant curve
-        const int p0 = first >> 5, n = (last >> 5) - p0 + 1;
-        if (n < best.count) best = {p0, n, v, false};
-    }
-    return best;
-}
 
 // Byte lookup in Parts consecutive 32-entry tables from part `first` on:
 // vtbx keeps the lane (the fill value) for indices past 31, and each step
@@ -94,7 +68,7 @@ void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, cons
 } // namespace
 
 decl_weight_well_exposed_fn(weight_well_exposed_neon) {
-    CurveParts cp = curve_parts(curve);
+    CurveParts cp = curve_parts<5>(curve);
     // Fewer parts run faster; more than 5 cost as much as all 8.
     if (cp.fold) {
         well_exposed_rows(dst, luma, stride, mask, CurveLut<4, true>(curve, cp), width, height);
@@ -201,7 +175,7 @@ void fused_luts(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t strid
 
 decl_weight_fused_fn(weight_fused_neon) {
     CurveParts cp[3];
-    for (int f = 0; f < 3; ++f) cp[f] = curve_parts(curves + 256 * f);
+    for (int f = 0; f < 3; ++f) cp[f] = curve_parts<5>(curves + 256 * f);
     // The merge's curves: a falling and a rising one of at most five parts
     // each and the bell.  Any other set looks up all eight parts of each.
     if (!cp[0].fold && cp[0].count <= 5 && !cp[1].fold && cp[1].count <= 5 && cp[2].fold) {

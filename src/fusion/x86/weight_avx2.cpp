@@ -8,17 +8,20 @@
 
 namespace {
 
-// curve16 over 32 bytes: vpshufb looks up within each 128-bit half, so every
-// table is broadcast to both halves.
-inline __m256i curve32(const uint8_t *curve, __m256i v) {
-    __m256i r = _mm256_setzero_si256();
+// A Curve16 lookup over 32 bytes: vpshufb looks up within each 128-bit
+// half, so every table is broadcast to both halves.
+template <int Parts, bool Fold> inline __m256i curve32(const Curve16<Parts, Fold> &c, __m256i v) {
+    const __m256i i0 = Fold ? _mm256_min_epu8(v, _mm256_xor_si256(v, _mm256_set1_epi8(-1)))
+                            : _mm256_sub_epi8(v, _mm256_set1_epi8((char)c.base));
     const __m256i bias = _mm256_set1_epi8(0x70), step = _mm256_set1_epi8(16);
-    for (int k = 0; k < 16; ++k) {
-        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(curve + 16 * k)));
-        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(v, bias)));
-        v = _mm256_sub_epi8(v, step);
+    __m256i i = i0, r = _mm256_setzero_si256();
+    for (int k = 0; k < Parts; ++k, i = _mm256_sub_epi8(i, step)) {
+        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(c.tab + 16 * k)));
+        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(i, bias)));
     }
-    return r;
+    if (Fold || Parts == 16) return r;
+    const __m256i inside = _mm256_cmpeq_epi8(_mm256_min_epu8(i0, _mm256_set1_epi8((char)(16 * Parts - 1))), i0);
+    return _mm256_or_si256(r, _mm256_andnot_si256(inside, _mm256_set1_epi8((char)c.fill)));
 }
 
 // gate8 over 16 pixels.
@@ -29,8 +32,8 @@ inline __m256i gate16(__m128i c16, const uint8_t *mask) {
 }
 
 // frame_weights16 over 32 pixels.
-inline void frame_weights32(const uint8_t *curve, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
-    const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)luma));
+template <class Lut> inline void frame_weights32(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
+    const __m256i c = curve32(lut, _mm256_loadu_si256((const __m256i *)luma));
     *lo = gate16(_mm256_castsi256_si128(c), mask);
     *hi = gate16(_mm256_extracti128_si256(c, 1), mask ? mask + 16 : nullptr);
 }
@@ -41,22 +44,28 @@ inline __m128i pack16(__m256i v) { return _mm_packus_epi16(_mm256_castsi256_si12
 // Two times 16 u16 lanes to 32 bytes in order (the pack interleaves the halves).
 inline __m256i pack32(__m256i lo, __m256i hi) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8); }
 
-decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+template <class Lut>
+void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask, const Lut &lut,
+                       int width, int height) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
         int x = 0;
         for (; x + 32 <= n; x += 32) {
             __m256i lo, hi;
-            frame_weights32(curve, luma + x, mask + x, &lo, &hi);
+            frame_weights32(lut, luma + x, mask + x, &lo, &hi);
             _mm256_storeu_si256((__m256i *)(dst + x), pack32(lo, hi));
         }
         for (; x < n; x += 8)
-            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(frame_weights8(curve, luma + x, mask + x), _mm_setzero_si128()));
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(frame_weights8(lut, luma + x, mask + x), _mm_setzero_si128()));
         mask += n;
         luma += next;
         dst += next;
     }
+}
+
+decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+    with_curve16(curve, [&](const auto &lut) { well_exposed_rows(dst, luma, stride, mask, lut, width, height); });
 }
 
 inline __m256i norm_scale16(__m256i w, __m256i q) {
@@ -110,12 +119,14 @@ decl_weight_normalize_fn(weight_normalize_avx2) {
 }
 
 // 32 pixels while they last, the rest as the SSE4.1 kernel does them.
-template <bool Masked>
-int fused_block32(const uint8_t *curves, int x, int n, const uint8_t *const *l, const uint8_t *const *m,
-                  uint8_t *const *d) {
-    if (x + 32 > n) return fused_block16<Masked>(curves, x, n, l, m, d);
+template <bool Masked, class L0, class L1, class L2>
+int fused_block32(const L0 &c0, const L1 &c1, const L2 &c2, int x, int n, const uint8_t *const *l,
+                  const uint8_t *const *m, uint8_t *const *d) {
+    if (x + 32 > n) return fused_block16<Masked>(c0, c1, c2, x, n, l, m, d);
     __m256i lo[3], hi[3];
-    for (int f = 0; f < 3; ++f) frame_weights32(curves + 256 * f, l[f] + x, Masked ? m[f] + x : nullptr, &lo[f], &hi[f]);
+    frame_weights32(c0, l[0] + x, Masked ? m[0] + x : nullptr, &lo[0], &hi[0]);
+    frame_weights32(c1, l[1] + x, Masked ? m[1] + x : nullptr, &lo[1], &hi[1]);
+    frame_weights32(c2, l[2] + x, Masked ? m[2] + x : nullptr, &lo[2], &hi[2]);
     normalize_w16(&lo[0], &lo[1], &lo[2]);
     normalize_w16(&hi[0], &hi[1], &hi[2]);
     for (int f = 0; f < 3; ++f) _mm256_storeu_si256((__m256i *)(d[f] + x), pack32(lo[f], hi[f]));
@@ -123,7 +134,10 @@ int fused_block32(const uint8_t *curves, int x, int n, const uint8_t *const *l, 
 }
 
 decl_weight_fused_fn(weight_fused_avx2) {
-    (mask ? fused_rows<true, fused_block32<true>> : fused_rows<false, fused_block32<false>>)(dst, luma, stride, mask, curves, width, height);
+    with_curves16(curves, [&](const auto &c0, const auto &c1, const auto &c2) {
+        if (mask) fused_rows<true>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block32<true>(c0, c1, c2, a...); });
+        else fused_rows<false>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block32<false>(c0, c1, c2, a...); });
+    });
 }
 
 inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }

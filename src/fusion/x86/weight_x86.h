@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "fusion/fusion_dsp.h"
+#include "fusion/weight_curve.h"
 
 namespace {
 
@@ -56,17 +57,52 @@ inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
     _mm_storel_epi64((__m128i *)w2, _mm_packus_epi16(c, z));
 }
 
-// curve[v] of 16 bytes through 16 byte shuffles: after k steps of -16 the
-// values of the k-th group of 16 are 0..15 and index table k; the saturating
-// +0x70 sets bit 7 (a zero lane) for every other value, wrapped ones included.
-inline __m128i curve16(const uint8_t *curve, __m128i v) {
-    __m128i r = _mm_setzero_si128();
-    const __m128i bias = _mm_set1_epi8(0x70), step = _mm_set1_epi8(16);
-    for (int k = 0; k < 16; ++k) {
-        r = _mm_or_si128(r, _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(curve + 16 * k)), _mm_adds_epu8(v, bias)));
-        v = _mm_sub_epi8(v, step);
+// curve[v] of 16 bytes by byte shuffles over the 16-entry parts first ..
+// first + Parts - 1 only: after k steps of -16 the values of part first + k
+// are 0..15 and index its table; the saturating +0x70 sets bit 7 (a zero
+// lane) for every other value, wrapped ones included (first + Parts <= 16,
+// so a value below the first part stays 16 or more).  Lanes past the parts
+// then take the fill.  Fold: a symmetric curve looked up at min(v, 255 - v),
+// parts 0..7.
+template <int Parts, bool Fold> struct Curve16 {
+    const uint8_t *tab; // part `first`
+    uint8_t base, fill;
+    Curve16(const uint8_t *curve, CurveParts cp) {
+        if (cp.first > 16 - Parts) cp.first = 16 - Parts;
+        tab = curve + 16 * cp.first;
+        base = (uint8_t)(16 * cp.first);
+        fill = cp.fill;
     }
-    return r;
+    __m128i operator()(__m128i v) const {
+        const __m128i i0 = Fold ? _mm_min_epu8(v, _mm_xor_si128(v, _mm_set1_epi8(-1))) : _mm_sub_epi8(v, _mm_set1_epi8((char)base));
+        const __m128i bias = _mm_set1_epi8(0x70), step = _mm_set1_epi8(16);
+        __m128i i = i0, r = _mm_setzero_si128();
+        for (int k = 0; k < Parts; ++k, i = _mm_sub_epi8(i, step))
+            r = _mm_or_si128(r, _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(tab + 16 * k)), _mm_adds_epu8(i, bias)));
+        if (Fold || Parts == 16) return r;
+        const __m128i inside = _mm_cmpeq_epi8(_mm_min_epu8(i0, _mm_set1_epi8((char)(16 * Parts - 1))), i0);
+        return _mm_or_si128(r, _mm_andnot_si128(inside, _mm_set1_epi8((char)fill)));
+    }
+};
+
+// f(lookup) with the fewest parts that are exact for this curve.
+template <class F> void with_curve16(const uint8_t *curve, F f) {
+    const CurveParts cp = curve_parts<4>(curve);
+    if (cp.fold) f(Curve16<8, true>(curve, cp));
+    else if (cp.count <= 9) f(Curve16<9, false>(curve, cp));
+    else f(Curve16<16, false>(curve, cp));
+}
+
+// f(lookup0, lookup1, lookup2): the merge's curves (a falling and a rising
+// one of 9 parts, the bell) get their short lookups, any other set all 16
+// parts each (one instantiation per set, not per combination).
+template <class F> void with_curves16(const uint8_t *curves, F f) {
+    CurveParts cp[3];
+    for (int k = 0; k < 3; ++k) cp[k] = curve_parts<4>(curves + 256 * k);
+    if (!cp[0].fold && cp[0].count <= 9 && !cp[1].fold && cp[1].count <= 9 && cp[2].fold)
+        f(Curve16<9, false>(curves, cp[0]), Curve16<9, false>(curves + 256, cp[1]), Curve16<8, true>(curves + 512, cp[2]));
+    else
+        f(Curve16<16, false>(curves, cp[0]), Curve16<16, false>(curves + 256, cp[1]), Curve16<16, false>(curves + 512, cp[2]));
 }
 
 // Eight weights min(255, curve * mask) from their curve values, as 16-bit
@@ -79,29 +115,29 @@ inline __m128i gate8(__m128i c8, const uint8_t *mask) {
 
 // One frame's weights of 16 pixels (lo: the first 8) and of 8 pixels.
 // Callers pass a null mask as a constant so the test folds away.
-inline void frame_weights16(const uint8_t *curve, const uint8_t *luma, const uint8_t *mask, __m128i *lo, __m128i *hi) {
-    const __m128i c = curve16(curve, _mm_loadu_si128((const __m128i *)luma));
+template <class Lut> inline void frame_weights16(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m128i *lo, __m128i *hi) {
+    const __m128i c = lut(_mm_loadu_si128((const __m128i *)luma));
     *lo = gate8(c, mask);
     *hi = gate8(_mm_srli_si128(c, 8), mask ? mask + 8 : nullptr);
 }
-inline __m128i frame_weights8(const uint8_t *curve, const uint8_t *luma, const uint8_t *mask) {
-    return gate8(curve16(curve, _mm_loadl_epi64((const __m128i *)luma)), mask);
+template <class Lut> inline __m128i frame_weights8(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    return gate8(lut(_mm_loadl_epi64((const __m128i *)luma)), mask);
 }
 
-// Row walk of the one-pass weight kernel: Step(curves, x, n, luma, mask, dst)
+// Row walk of the one-pass weight kernel: step(x, n, luma, mask, dst)
 // weighs and normalises the three frames' pixels from x on and returns how
 // many it did (a multiple of 8, none past n); the masks advance densely, luma
 // and dst by the pitch.
-typedef int (*fused_step_fn)(const uint8_t *curves, int x, int n, const uint8_t *const *l, const uint8_t *const *m,
-                             uint8_t *const *d);
-template <bool Masked, fused_step_fn Step> decl_weight_fused_fn(fused_rows) {
+template <bool Masked, class Step>
+void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
+                int width, int height, Step step) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     uint8_t *d[3] = {dst[0], dst[1], dst[2]};
     const uint8_t *l[3] = {luma[0], luma[1], luma[2]};
     const uint8_t *m[3] = {Masked ? mask[0] : nullptr, Masked ? mask[1] : nullptr, Masked ? mask[2] : nullptr};
     for (int r = 0; r < height; ++r) {
-        for (int x = 0; x < n;) x += Step(curves, x, n, l, m, d);
+        for (int x = 0; x < n;) x += step(x, n, l, m, d);
         for (int f = 0; f < 3; ++f) {
             l[f] += next;
             d[f] += next;
@@ -111,18 +147,22 @@ template <bool Masked, fused_step_fn Step> decl_weight_fused_fn(fused_rows) {
 }
 
 // One step of the row walk: 16 pixels while they last, then 8.
-template <bool Masked>
-inline int fused_block16(const uint8_t *curves, int x, int n, const uint8_t *const *l, const uint8_t *const *m,
-                      uint8_t *const *d) {
+template <bool Masked, class L0, class L1, class L2>
+int fused_block16(const L0 &c0, const L1 &c1, const L2 &c2, int x, int n, const uint8_t *const *l,
+                  const uint8_t *const *m, uint8_t *const *d) {
     __m128i lo[3], hi[3];
     if (x + 16 <= n) {
-        for (int f = 0; f < 3; ++f) frame_weights16(curves + 256 * f, l[f] + x, Masked ? m[f] + x : nullptr, &lo[f], &hi[f]);
+        frame_weights16(c0, l[0] + x, Masked ? m[0] + x : nullptr, &lo[0], &hi[0]);
+        frame_weights16(c1, l[1] + x, Masked ? m[1] + x : nullptr, &lo[1], &hi[1]);
+        frame_weights16(c2, l[2] + x, Masked ? m[2] + x : nullptr, &lo[2], &hi[2]);
         normalize_w8(&lo[0], &lo[1], &lo[2]);
         normalize_w8(&hi[0], &hi[1], &hi[2]);
         for (int f = 0; f < 3; ++f) _mm_storeu_si128((__m128i *)(d[f] + x), _mm_packus_epi16(lo[f], hi[f]));
         return 16;
     }
-    for (int f = 0; f < 3; ++f) lo[f] = frame_weights8(curves + 256 * f, l[f] + x, Masked ? m[f] + x : nullptr);
+    lo[0] = frame_weights8(c0, l[0] + x, Masked ? m[0] + x : nullptr);
+    lo[1] = frame_weights8(c1, l[1] + x, Masked ? m[1] + x : nullptr);
+    lo[2] = frame_weights8(c2, l[2] + x, Masked ? m[2] + x : nullptr);
     normalize_w8(&lo[0], &lo[1], &lo[2]);
     for (int f = 0; f < 3; ++f) _mm_storel_epi64((__m128i *)(d[f] + x), _mm_packus_epi16(lo[f], _mm_setzero_si128()));
     return 8;
