@@ -13,29 +13,33 @@ namespace {
 template <int Parts, bool Fold> inline __m256i curve32(const Curve16<Parts, Fold> &c, __m256i v) {
     const __m256i i0 = Fold ? _mm256_min_epu8(v, _mm256_xor_si256(v, _mm256_set1_epi8(-1)))
                             : _mm256_sub_epi8(v, _mm256_set1_epi8((char)c.base));
-    const __m256i bias = _mm256_set1_epi8(0x70), step = _mm256_set1_epi8(16);
-    __m256i i = i0, r = _mm256_setzero_si256();
-    for (int k = 0; k < Parts; ++k, i = _mm256_sub_epi8(i, step)) {
-        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(c.tab + 16 * k)));
-        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(i, bias)));
+    const __m256i bias = _mm256_set1_epi8(0x70);
+    __m256i r = _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(_mm_load_si128((const __m128i *)c.tab[0])),
+                                    Parts == 16 ? _mm256_adds_epu8(i0, bias) : i0);
+    for (int k = 1; k < Parts; ++k) {
+        const __m256i t = _mm256_broadcastsi128_si256(_mm_load_si128((const __m128i *)c.tab[k]));
+        const __m256i i = _mm256_sub_epi8(i0, _mm256_set1_epi8((char)(16 * k)));
+        if (Parts == 16) r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(i, bias)));
+        else r = _mm256_xor_si256(r, _mm256_shuffle_epi8(t, i));
     }
     if (Fold || Parts == 16) return r;
     const __m256i inside = _mm256_cmpeq_epi8(_mm256_min_epu8(i0, _mm256_set1_epi8((char)(16 * Parts - 1))), i0);
-    return _mm256_or_si256(r, _mm256_andnot_si256(inside, _mm256_set1_epi8((char)c.fill)));
+    return _mm256_blendv_epi8(_mm256_set1_epi8((char)c.fill), r, inside);
 }
 
 // gate8 over 16 pixels.
 inline __m256i gate16(__m128i c16, const uint8_t *mask) {
-    if (!mask) return _mm256_cvtepu8_epi16(c16);
     const __m256i m = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)mask));
     return _mm256_min_epu16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(c16), m), _mm256_set1_epi16(255));
 }
 
 // frame_weights16 over 32 pixels.
-template <class Lut> inline void frame_weights32(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
+template <bool Masked = true, class Lut>
+inline void frame_weights32(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
     const __m256i c = curve32(lut, _mm256_loadu_si256((const __m256i *)luma));
-    *lo = gate16(_mm256_castsi256_si128(c), mask);
-    *hi = gate16(_mm256_extracti128_si256(c, 1), mask ? mask + 16 : nullptr);
+    const __m128i c0 = _mm256_castsi256_si128(c), c1 = _mm256_extracti128_si256(c, 1);
+    *lo = Masked ? gate16(c0, mask) : _mm256_cvtepu8_epi16(c0);
+    *hi = Masked ? gate16(c1, mask + 16) : _mm256_cvtepu8_epi16(c1);
 }
 
 // 16 u16 lanes back to 16 bytes in order.
@@ -123,13 +127,18 @@ template <bool Masked, class L0, class L1, class L2>
 int fused_block32(const L0 &c0, const L1 &c1, const L2 &c2, int x, int n, const uint8_t *const *l,
                   const uint8_t *const *m, uint8_t *const *d) {
     if (x + 32 > n) return fused_block16<Masked>(c0, c1, c2, x, n, l, m, d);
-    __m256i lo[3], hi[3];
-    frame_weights32(c0, l[0] + x, Masked ? m[0] + x : nullptr, &lo[0], &hi[0]);
-    frame_weights32(c1, l[1] + x, Masked ? m[1] + x : nullptr, &lo[1], &hi[1]);
-    frame_weights32(c2, l[2] + x, Masked ? m[2] + x : nullptr, &lo[2], &hi[2]);
-    normalize_w16(&lo[0], &lo[1], &lo[2]);
-    normalize_w16(&hi[0], &hi[1], &hi[2]);
-    for (int f = 0; f < 3; ++f) _mm256_storeu_si256((__m256i *)(d[f] + x), pack32(lo[f], hi[f]));
+    const __m256i c[3] = {curve32(c0, _mm256_loadu_si256((const __m256i *)(l[0] + x))),
+                          curve32(c1, _mm256_loadu_si256((const __m256i *)(l[1] + x))),
+                          curve32(c2, _mm256_loadu_si256((const __m256i *)(l[2] + x)))};
+    for (int h = 0; h < 32; h += 16) {
+        __m256i w[3];
+        for (int f = 0; f < 3; ++f) {
+            const __m128i b = h ? _mm256_extracti128_si256(c[f], 1) : _mm256_castsi256_si128(c[f]);
+            w[f] = Masked ? gate16(b, m[f] + x + h) : _mm256_cvtepu8_epi16(b);
+        }
+        normalize_w16(&w[0], &w[1], &w[2]);
+        for (int f = 0; f < 3; ++f) _mm_storeu_si128((__m128i *)(d[f] + x + h), pack16(w[f]));
+    }
     return 32;
 }
 

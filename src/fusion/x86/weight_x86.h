@@ -58,30 +58,44 @@ inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
 }
 
 // curve[v] of 16 bytes by byte shuffles over the 16-entry parts first ..
-// first + Parts - 1 only: after k steps of -16 the values of part first + k
-// are 0..15 and index its table; the saturating +0x70 sets bit 7 (a zero
-// lane) for every other value, wrapped ones included (first + Parts <= 16,
-// so a value below the first part stays 16 or more).  Lanes past the parts
-// then take the fill.  Fold: a symmetric curve looked up at min(v, 255 - v),
-// parts 0..7.
+// first + Parts - 1 only, i = v - 16 first (Fold: a symmetric curve looked
+// up at i = min(v, 255 - v), parts 0..7).  Lanes past the parts take the
+// fill.
+//
+// Up to 9 parts: shuffle k takes index i - 16k, which keeps the low nibble
+// and has bit 7 clear (a lane, not zero) exactly for the parts k .. k + 7
+// above it (k <= 8, so none wraps round to a lower part).  A lane of part p
+// thus XORs the tables k = max(0, p - 7) .. p together, and table k holds
+// curve part k XOR the tables k - 7 .. k - 1 below it: one subtraction per
+// part instead of two.  All 16 parts: after k steps of -16 the lanes of part
+// k are 0..15, and the saturating +0x70 sets bit 7 of every other lane,
+// wrapped ones included.
 template <int Parts, bool Fold> struct Curve16 {
-    const uint8_t *tab; // part `first`
+    static_assert(Parts <= 9 || Parts == 16, "windowed lookups reach 9 parts");
+    alignas(16) uint8_t tab[Parts][16];
     uint8_t base, fill;
     Curve16(const uint8_t *curve, CurveParts cp) {
         if (cp.first > 16 - Parts) cp.first = 16 - Parts;
-        tab = curve + 16 * cp.first;
         base = (uint8_t)(16 * cp.first);
         fill = cp.fill;
+        for (int k = 0; k < Parts; ++k)
+            for (int j = 0; j < 16; ++j) {
+                uint8_t t = curve[16 * (cp.first + k) + j];
+                for (int b = k - 7; Parts <= 9 && b < k; ++b) t ^= b >= 0 ? tab[b][j] : 0;
+                tab[k][j] = t;
+            }
     }
     __m128i operator()(__m128i v) const {
         const __m128i i0 = Fold ? _mm_min_epu8(v, _mm_xor_si128(v, _mm_set1_epi8(-1))) : _mm_sub_epi8(v, _mm_set1_epi8((char)base));
-        const __m128i bias = _mm_set1_epi8(0x70), step = _mm_set1_epi8(16);
-        __m128i i = i0, r = _mm_setzero_si128();
-        for (int k = 0; k < Parts; ++k, i = _mm_sub_epi8(i, step))
-            r = _mm_or_si128(r, _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(tab + 16 * k)), _mm_adds_epu8(i, bias)));
+        __m128i r = _mm_shuffle_epi8(_mm_load_si128((const __m128i *)tab[0]), Parts == 16 ? _mm_adds_epu8(i0, _mm_set1_epi8(0x70)) : i0);
+        for (int k = 1; k < Parts; ++k) {
+            const __m128i t = _mm_load_si128((const __m128i *)tab[k]);
+            if (Parts == 16) r = _mm_or_si128(r, _mm_shuffle_epi8(t, _mm_adds_epu8(_mm_sub_epi8(i0, _mm_set1_epi8((char)(16 * k))), _mm_set1_epi8(0x70))));
+            else r = _mm_xor_si128(r, _mm_shuffle_epi8(t, _mm_sub_epi8(i0, _mm_set1_epi8((char)(16 * k)))));
+        }
         if (Fold || Parts == 16) return r;
         const __m128i inside = _mm_cmpeq_epi8(_mm_min_epu8(i0, _mm_set1_epi8((char)(16 * Parts - 1))), i0);
-        return _mm_or_si128(r, _mm_andnot_si128(inside, _mm_set1_epi8((char)fill)));
+        return _mm_blendv_epi8(_mm_set1_epi8((char)fill), r, inside);
     }
 };
 
@@ -106,22 +120,23 @@ template <class F> void with_curves16(const uint8_t *curves, F f) {
 }
 
 // Eight weights min(255, curve * mask) from their curve values, as 16-bit
-// lanes; without a mask (every byte 1) the curve values themselves.
+// lanes.
 inline __m128i gate8(__m128i c8, const uint8_t *mask) {
-    if (!mask) return _mm_cvtepu8_epi16(c8);
     const __m128i p = _mm_mullo_epi16(_mm_cvtepu8_epi16(c8), _mm_cvtepu8_epi16(_mm_loadl_epi64((const __m128i *)mask)));
     return _mm_min_epu16(p, _mm_set1_epi16(255));
 }
 
-// One frame's weights of 16 pixels (lo: the first 8) and of 8 pixels.
-// Callers pass a null mask as a constant so the test folds away.
-template <class Lut> inline void frame_weights16(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m128i *lo, __m128i *hi) {
-    const __m128i c = lut(_mm_loadu_si128((const __m128i *)luma));
-    *lo = gate8(c, mask);
-    *hi = gate8(_mm_srli_si128(c, 8), mask ? mask + 8 : nullptr);
+// One frame's weights of 16 pixels (lo: the first 8) and of 8 pixels;
+// without a mask (every byte 1) the curve values themselves.
+template <bool Masked = true, class Lut>
+inline void frame_weights16(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m128i *lo, __m128i *hi) {
+    const __m128i c = lut(_mm_loadu_si128((const __m128i *)luma)), c1 = _mm_srli_si128(c, 8);
+    *lo = Masked ? gate8(c, mask) : _mm_cvtepu8_epi16(c);
+    *hi = Masked ? gate8(c1, mask + 8) : _mm_cvtepu8_epi16(c1);
 }
-template <class Lut> inline __m128i frame_weights8(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
-    return gate8(lut(_mm_loadl_epi64((const __m128i *)luma)), mask);
+template <bool Masked = true, class Lut> inline __m128i frame_weights8(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    const __m128i c = lut(_mm_loadl_epi64((const __m128i *)luma));
+    return Masked ? gate8(c, mask) : _mm_cvtepu8_epi16(c);
 }
 
 // Row walk of the one-pass weight kernel: step(x, n, luma, mask, dst)
@@ -135,7 +150,8 @@ void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t strid
     const ptrdiff_t next = n + (stride - width);
     uint8_t *d[3] = {dst[0], dst[1], dst[2]};
     const uint8_t *l[3] = {luma[0], luma[1], luma[2]};
-    const uint8_t *m[3] = {Masked ? mask[0] : nullptr, Masked ? mask[1] : nullptr, Masked ? mask[2] : nullptr};
+    // Unmasked, the mask pointers are never read: the luma rows stand in.
+    const uint8_t *m[3] = {Masked ? mask[0] : luma[0], Masked ? mask[1] : luma[1], Masked ? mask[2] : luma[2]};
     for (int r = 0; r < height; ++r) {
         for (int x = 0; x < n;) x += step(x, n, l, m, d);
         for (int f = 0; f < 3; ++f) {
@@ -146,26 +162,33 @@ void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t strid
     }
 }
 
-// One step of the row walk: 16 pixels while they last, then 8.
+// One step of the row walk: 16 pixels while they last, then 8.  The curve
+// values stay bytes until each half is weighed and normalised, which keeps
+// few vectors live across the three lookups.
 template <bool Masked, class L0, class L1, class L2>
 int fused_block16(const L0 &c0, const L1 &c1, const L2 &c2, int x, int n, const uint8_t *const *l,
                   const uint8_t *const *m, uint8_t *const *d) {
-    __m128i lo[3], hi[3];
-    if (x + 16 <= n) {
-        frame_weights16(c0, l[0] + x, Masked ? m[0] + x : nullptr, &lo[0], &hi[0]);
-        frame_weights16(c1, l[1] + x, Masked ? m[1] + x : nullptr, &lo[1], &hi[1]);
-        frame_weights16(c2, l[2] + x, Masked ? m[2] + x : nullptr, &lo[2], &hi[2]);
-        normalize_w8(&lo[0], &lo[1], &lo[2]);
-        normalize_w8(&hi[0], &hi[1], &hi[2]);
-        for (int f = 0; f < 3; ++f) _mm_storeu_si128((__m128i *)(d[f] + x), _mm_packus_epi16(lo[f], hi[f]));
-        return 16;
+    const int step = x + 16 <= n ? 16 : 8;
+    __m128i c[3];
+    if (step == 16) {
+        c[0] = c0(_mm_loadu_si128((const __m128i *)(l[0] + x)));
+        c[1] = c1(_mm_loadu_si128((const __m128i *)(l[1] + x)));
+        c[2] = c2(_mm_loadu_si128((const __m128i *)(l[2] + x)));
+    } else {
+        c[0] = c0(_mm_loadl_epi64((const __m128i *)(l[0] + x)));
+        c[1] = c1(_mm_loadl_epi64((const __m128i *)(l[1] + x)));
+        c[2] = c2(_mm_loadl_epi64((const __m128i *)(l[2] + x)));
     }
-    lo[0] = frame_weights8(c0, l[0] + x, Masked ? m[0] + x : nullptr);
-    lo[1] = frame_weights8(c1, l[1] + x, Masked ? m[1] + x : nullptr);
-    lo[2] = frame_weights8(c2, l[2] + x, Masked ? m[2] + x : nullptr);
-    normalize_w8(&lo[0], &lo[1], &lo[2]);
-    for (int f = 0; f < 3; ++f) _mm_storel_epi64((__m128i *)(d[f] + x), _mm_packus_epi16(lo[f], _mm_setzero_si128()));
-    return 8;
+    for (int h = 0; h < step; h += 8) {
+        __m128i w[3];
+        for (int f = 0; f < 3; ++f) {
+            const __m128i b = h ? _mm_srli_si128(c[f], 8) : c[f];
+            w[f] = Masked ? gate8(b, m[f] + x + h) : _mm_cvtepu8_epi16(b);
+        }
+        normalize_w8(&w[0], &w[1], &w[2]);
+        for (int f = 0; f < 3; ++f) _mm_storel_epi64((__m128i *)(d[f] + x + h), _mm_packus_epi16(w[f], w[f]));
+    }
+    return step;
 }
 
 } // namespace
