@@ -2,6 +2,7 @@
 // every level of 4160x3120 and on small and odd sizes.  Pads written in place
 // before row 0 lie inside the buffers, so they are compared too.
 #include <algorithm>
+#include <vector>
 
 #include "checkasm/checkasm.h"
 #include "common/arith.h"
@@ -77,6 +78,34 @@ CHECKASM_TEST(fusion) {
             b.run([&](const HdrDsp &d, bool o) {
                 d.fusion.weight_normalize(b.p<uint8_t>(0, o), b.p<uint8_t>(1, o), b.p<uint8_t>(2, o), c.pitch, c.w, c.h);
             }, c.i == 2, "weight_normalize %dx%d pitch %d", c.w, c.h, c.pitch);
+        }
+    // Against the two-pass references; one size in four runs weight_fused_c in place of the variant.
+    if (checkasm_check_func(true, "weight_fused"))
+        for (const CheckasmSize c : CheckasmSizes(4160, 3120, 1, 1)) {
+            const int n = c.w & ~7, masks = c.i % 4; // none, 0/1, 0/1/255, any byte
+            const bool fused_c = checkasm_rand() % 4 == 0;
+            const size_t area = (size_t)c.h * n;
+            CheckasmBufs b; // luma 0..2, the masks back to back 3, weights 4..6
+            for (int f = 0; f < 3; ++f) b.u8((size_t)c.h * c.pitch, c.pitch, c.w, c.h, c.i + f);
+            b.u8(3 * area, 64);
+            for (int f = 0; f < 3; ++f) b.u8((size_t)c.h * c.pitch, c.pitch);
+            for (uint8_t *m = b.r<uint8_t>(3), *e = m + 3 * area; m < e && masks % 3; ++m)
+                *m = masks == 1 ? *m & 1 : *m % 3 == 2 ? 255 : *m % 3;
+            const std::vector<uint8_t> ones(area + 1, 1);
+            // The merge's curves, or three random ones now and then (table ends and zero weights).
+            uint8_t any[768];
+            for (uint8_t &v : any) v = (uint8_t)checkasm_rand();
+            const uint8_t *curves = c.i % 5 == 4 ? any : well_expose;
+            b.run([&](const HdrDsp &d, bool o) {
+                uint8_t *w[3] = {b.p<uint8_t>(4, o), b.p<uint8_t>(5, o), b.p<uint8_t>(6, o)};
+                const uint8_t *l[3] = {b.p<uint8_t>(0, o), b.p<uint8_t>(1, o), b.p<uint8_t>(2, o)};
+                const uint8_t *m[3] = {b.p<uint8_t>(3, o), b.p<uint8_t>(3, o, area), b.p<uint8_t>(3, o, 2 * area)};
+                if (o) return (fused_c ? checkasm_ref() : d).fusion.weight_fused(w, l, c.pitch, masks ? m : nullptr, curves, c.w, c.h);
+                for (int f = 0; f < 3; ++f)
+                    d.fusion.weight_well_exposed(w[f], l[f], c.pitch, masks ? m[f] : ones.data(), curves + 256 * f, c.w, c.h);
+                d.fusion.weight_normalize(w[0], w[1], w[2], c.pitch, c.w, c.h);
+            }, c.i == 0 || c.i == 1, "weight_fused%s %dx%d pitch %d masks %d", fused_c ? "_c" : "", c.w, c.h,
+               c.pitch, masks);
         }
     for (const auto &k : kReduces) {
         if (checkasm_check_func(opt.*k.h != ref.*k.h, "%s_reduce_h", k.name))

@@ -5,6 +5,7 @@
 void fusion_dsp_init_neon(FusionDsp *dsp) {
     dsp->weight_well_exposed = weight_well_exposed_neon;
     dsp->weight_normalize = weight_normalize_neon;
+    dsp->weight_fused = weight_fused_neon;
     dsp->weight_reduce_h = pyramid_reduce_h_neon<54>;
     dsp->weight_reduce_v = weight_reduce_v_neon;
     dsp->image_reduce_h = pyramid_reduce_h_neon<6>;

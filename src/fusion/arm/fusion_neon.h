@@ -22,6 +22,7 @@ static inline int16x8_t blend3_s16(int16x8_t a0, int16x8_t a1, int16x8_t a2, int
 
 decl_weight_well_exposed_fn(weight_well_exposed_neon);
 decl_weight_normalize_fn(weight_normalize_neon);
+decl_weight_fused_fn(weight_fused_neon);
 decl_reduce_v_fn(weight_reduce_v_neon);
 decl_reduce_v_fn(image_reduce_v_neon);
 decl_image_expand_h_fn(image_expand_h_neon);

@@ -3,36 +3,10 @@
 #include "common/neon.h"
 #include "fusion/arm/fusion_neon.h"
 #include "fusion/pyramid_rows.h"
+#include "fusion/weight_curve.h"
 #include "varo_hdr.h"
 
 namespace {
-
-// The 32-entry parts of a curve that a lookup must visit.  Parts outside
-// first .. first + count - 1 all hold the single value `fill`.  A curve with
-// curve[y] == curve[255 - y] (the normal exposure's bell) is looked up at
-// min(y, 255 - y), which only needs parts 0..3.
-struct CurveParts {
-    int first, count;
-    uint8_t fill;
-    bool fold;
-};
-
-CurveParts curve_parts(const uint8_t *curve) {
-    bool fold = true;
-    for (int y = 0; y < 128; ++y) fold = fold && curve[y] == curve[255 - y];
-    if (fold) return {0, 4, 0, true};
-    CurveParts best = {0, 8, 0, false};
-    const uint8_t ends[2] = {curve[0], curve[255]};
-    for (const uint8_t v : ends) {
-        int first = 0, last = 255;
-        while (first < 256 && curve[first] == v) ++first;
-        while (last >= first && curve[last] == v) --last;
-        if (first > last) return {0, 1, v, false}; // a constant curve
-        const int p0 = first >> 5, n = (last >> 5) - p0 + 1;
-        if (n < best.count) best = {p0, n, v, false};
-    }
-    return best;
-}
 
 // Byte lookup in Parts consecutive 32-entry tables from part `first` on:
 // vtbx keeps the lane (the fill value) for indices past 31, and each step
@@ -62,20 +36,43 @@ struct CurveLut {
     }
 };
 
+// One frame's weights of 16 and of 8 pixels: min(255, curve[luma] * mask),
+// or without a mask (every byte 1) the curve values themselves.
+template <bool Masked, class Lut> inline uint8x16_t frame_weights16(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    const uint8x16_t y = vld1q_u8(luma);
+    const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
+    if (!Masked) return vcombine_u8(lo, hi);
+    const uint8x16_t m = vld1q_u8(mask);
+    return vcombine_u8(vqmovn_u16(vmull_u8(lo, vget_low_u8(m))), vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
+}
+template <bool Masked, class Lut> inline uint8x8_t frame_weights8(const Lut &lut, const uint8_t *luma, const uint8_t *mask) {
+    const uint8x8_t c = lut(vld1_u8(luma));
+    return Masked ? vqmovn_u16(vmull_u8(c, vld1_u8(mask))) : c;
+}
+
+// One frame's weights of len (a multiple of 8) pixels into w.
+template <bool Masked, class Lut>
+inline void weigh_run(uint8_t *w, const Lut &lut, const uint8_t *luma, const uint8_t *mask, int len) {
+    int x = 0;
+    for (; x + 16 <= len; x += 16) vst1q_u8(w + x, frame_weights16<Masked>(lut, luma + x, mask + x));
+    if (x < len) vst1_u8(w + x, frame_weights8<Masked>(lut, luma + x, mask + x));
+}
+
+// weigh_run alone in a function, with its own copy of the tables: GCC then
+// keeps them in registers over the run (inlined beside the other frames'
+// lookups, or reading them through a reference that the byte stores may
+// alias, it reloads them every step).
+template <bool Masked, class Lut>
+__attribute__((noinline)) void weigh_run_apart(uint8_t *w, const Lut lut, const uint8_t *luma, const uint8_t *mask, int len) {
+    weigh_run<Masked>(w, lut, luma, mask, len);
+}
+
 template <class Lut>
 void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask,
                        const Lut &lut, int width, int height) {
     const int n = width & ~7;
     for (int r = 0; r < height; ++r) {
-        int x = 0;
-        for (; x + 16 <= n; x += 16) {
-            const uint8x16_t y = vld1q_u8(luma + x), m = vld1q_u8(mask + x);
-            const uint8x8_t lo = lut(vget_low_u8(y)), hi = lut(vget_high_u8(y));
-            // min(255, t * m)
-            vst1_u8(dst + x, vqmovn_u16(vmull_u8(lo, vget_low_u8(m))));
-            vst1_u8(dst + x + 8, vqmovn_u16(vmull_u8(hi, vget_high_u8(m))));
-        }
-        if (x < n) vst1_u8(dst + x, vqmovn_u16(vmull_u8(lut(vld1_u8(luma + x)), vld1_u8(mask + x))));
+        weigh_run<true>(dst, lut, luma, mask, n);
         mask += n;
         luma += n + (stride - width);
         dst += n + (stride - width);
@@ -85,7 +82,7 @@ void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, cons
 } // namespace
 
 decl_weight_well_exposed_fn(weight_well_exposed_neon) {
-    CurveParts cp = curve_parts(curve);
+    CurveParts cp = curve_parts<5>(curve);
     // Fewer parts run faster; more than 5 cost as much as all 8.
     if (cp.fold) {
         well_exposed_rows(dst, luma, stride, mask, CurveLut<4, true>(curve, cp), width, height);
@@ -107,8 +104,20 @@ static inline uint8x8_t scale_weight(uint8x8_t w, uint8x8_t qh, uint8x8_t ql) {
     return vqmovn_u16(vaddw_u8(vmull_u8(w, qh), vrshrn_n_u16(vmull_u8(w, ql), 8)));
 }
 
-// The reciprocals of eight sums; the table has no vector gather.
+// The reciprocals of eight sums.  AArch64 divides: 65536 / max(s, 1) in
+// float, truncated, is the table entry for every s up to 765 (a quotient
+// that is not whole lies at least 1/s from the next whole number, more than
+// half a float step of 65536 / s), and the saturating narrow turns the
+// 65536 of s <= 1 into the table's 65535.  armv7 has no vector division and
+// no vector gather: eight lane loads from the table.
 static inline uint16x8_t reciprocals(uint16x8_t sum) {
+#if defined(__aarch64__)
+    const float32x4_t k = vdupq_n_f32(65536.0f);
+    const uint16x8_t s = vmaxq_u16(sum, vdupq_n_u16(1));
+    const uint32x4_t lo = vcvtq_u32_f32(vdivq_f32(k, vcvtq_f32_u32(vmovl_u16(vget_low_u16(s)))));
+    const uint32x4_t hi = vcvtq_u32_f32(vdivq_f32(k, vcvtq_f32_u32(vmovl_high_u16(s))));
+    return vcombine_u16(vqmovn_u32(lo), vqmovn_u32(hi));
+#else
     uint16_t s[8];
     vst1q_u16(s, sum);
     uint16x8_t q = vdupq_n_u16(0);
@@ -121,15 +130,20 @@ static inline uint16x8_t reciprocals(uint16x8_t sum) {
     q = vld1q_lane_u16(&weight_int_tab[s[6]], q, 6);
     q = vld1q_lane_u16(&weight_int_tab[s[7]], q, 7);
     return q;
+#endif
+}
+
+// The three weights of eight pixels normalised together and stored.
+static inline void normalize_store8(uint8_t *d0, uint8_t *d1, uint8_t *d2, uint8x8_t a, uint8x8_t b, uint8x8_t c) {
+    const uint16x8_t q = reciprocals(vaddw_u8(vaddl_u8(a, b), c));
+    const uint8x8_t qh = vshrn_n_u16(q, 8), ql = vmovn_u16(q);
+    vst1_u8(d0, scale_weight(a, qh, ql));
+    vst1_u8(d1, scale_weight(b, qh, ql));
+    vst1_u8(d2, scale_weight(c, qh, ql));
 }
 
 static inline void normalize8(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
-    const uint8x8_t a = vld1_u8(w0), b = vld1_u8(w1), c = vld1_u8(w2);
-    const uint16x8_t q = reciprocals(vaddw_u8(vaddl_u8(a, b), c));
-    const uint8x8_t qh = vshrn_n_u16(q, 8), ql = vmovn_u16(q);
-    vst1_u8(w0, scale_weight(a, qh, ql));
-    vst1_u8(w1, scale_weight(b, qh, ql));
-    vst1_u8(w2, scale_weight(c, qh, ql));
+    normalize_store8(w0, w1, w2, vld1_u8(w0), vld1_u8(w1), vld1_u8(w2));
 }
 
 decl_weight_normalize_fn(weight_normalize_neon) {
@@ -145,6 +159,65 @@ decl_weight_normalize_fn(weight_normalize_neon) {
         w0 += next;
         w1 += next;
         w2 += next;
+    }
+}
+
+namespace {
+
+// Rows in runs of up to kRun pixels: each frame's weights are made with its
+// own lookup tables in registers (the three sets do not fit at once) into a
+// buffer that stays in the L1 cache, then the three are normalised together.
+constexpr int kRun = 256;
+
+template <bool Masked, class L0, class L1, class L2>
+void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
+                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
+    const int n = width & ~7;
+    const ptrdiff_t next = n + (stride - width);
+    uint8_t *d0 = dst[0], *d1 = dst[1], *d2 = dst[2];
+    const uint8_t *l0 = luma[0], *l1 = luma[1], *l2 = luma[2];
+    // Unmasked, the mask pointers are never read: the luma rows stand in.
+    const uint8_t *m0 = Masked ? mask[0] : l0, *m1 = Masked ? mask[1] : l1, *m2 = Masked ? mask[2] : l2;
+    alignas(16) uint8_t w[3][kRun];
+    for (int r = 0; r < height; ++r) {
+        for (int x0 = 0; x0 < n; x0 += kRun) {
+            const int len = n - x0 < kRun ? n - x0 : kRun;
+            weigh_run_apart<Masked>(w[0], c0, l0 + x0, m0 + x0, len);
+            weigh_run_apart<Masked>(w[1], c1, l1 + x0, m1 + x0, len);
+            weigh_run_apart<Masked>(w[2], c2, l2 + x0, m2 + x0, len);
+            for (int x = 0; x < len; x += 8)
+                normalize_store8(d0 + x0 + x, d1 + x0 + x, d2 + x0 + x, vld1_u8(w[0] + x), vld1_u8(w[1] + x),
+                                 vld1_u8(w[2] + x));
+        }
+        d0 += next, d1 += next, d2 += next;
+        l0 += next, l1 += next, l2 += next;
+        if (Masked) m0 += n, m1 += n, m2 += n;
+    }
+}
+
+template <class L0, class L1, class L2>
+void fused_luts(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
+                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
+    if (mask) fused_rows<true>(dst, luma, stride, mask, c0, c1, c2, width, height);
+    else fused_rows<false>(dst, luma, stride, mask, c0, c1, c2, width, height);
+}
+
+} // namespace
+
+decl_weight_fused_fn(weight_fused_neon) {
+    CurveParts cp[3];
+    for (int f = 0; f < 3; ++f) cp[f] = curve_parts<5>(curves + 256 * f);
+    // The merge's curves: a falling and a rising one of at most five parts
+    // each and the bell.  Any other set looks up all eight parts of each.
+    if (!cp[0].fold && cp[0].count <= 5 && !cp[1].fold && cp[1].count <= 5 && cp[2].fold) {
+        for (int f = 0; f < 2; ++f)
+            if (cp[f].first > 3) cp[f].first = 3;
+        fused_luts(dst, luma, stride, mask, CurveLut<5, false>(curves, cp[0]), CurveLut<5, false>(curves + 256, cp[1]),
+                   CurveLut<4, true>(curves + 512, cp[2]), width, height);
+    } else {
+        for (int f = 0; f < 3; ++f) cp[f].first = 0;
+        fused_luts(dst, luma, stride, mask, CurveLut<8, false>(curves, cp[0]), CurveLut<8, false>(curves + 256, cp[1]),
+                   CurveLut<8, false>(curves + 512, cp[2]), width, height);
     }
 }
 

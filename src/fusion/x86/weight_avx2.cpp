@@ -8,45 +8,68 @@
 
 namespace {
 
-// curve16 over 32 bytes: vpshufb looks up within each 128-bit half, so every
-// table is broadcast to both halves.
-inline __m256i curve32(const uint8_t *curve, __m256i v) {
-    __m256i r = _mm256_setzero_si256();
-    const __m256i bias = _mm256_set1_epi8(0x70), step = _mm256_set1_epi8(16);
-    for (int k = 0; k < 16; ++k) {
-        const __m256i t = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i *)(curve + 16 * k)));
-        r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(v, bias)));
-        v = _mm256_sub_epi8(v, step);
+// A Curve16 lookup over 32 bytes: vpshufb looks up within each 128-bit
+// half, so every table is broadcast to both halves.
+template <int Parts, bool Fold> inline __m256i curve32(const Curve16<Parts, Fold> &c, __m256i v) {
+    const __m256i i0 = Fold ? _mm256_min_epu8(v, _mm256_xor_si256(v, _mm256_set1_epi8(-1)))
+                            : _mm256_sub_epi8(v, _mm256_set1_epi8((char)c.base));
+    const __m256i bias = _mm256_set1_epi8(0x70);
+    __m256i r = _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(_mm_load_si128((const __m128i *)c.tab[0])),
+                                    Parts == 16 ? _mm256_adds_epu8(i0, bias) : i0);
+    for (int k = 1; k < Parts; ++k) {
+        const __m256i t = _mm256_broadcastsi128_si256(_mm_load_si128((const __m128i *)c.tab[k]));
+        const __m256i i = _mm256_sub_epi8(i0, _mm256_set1_epi8((char)(16 * k)));
+        if (Parts == 16) r = _mm256_or_si256(r, _mm256_shuffle_epi8(t, _mm256_adds_epu8(i, bias)));
+        else r = _mm256_xor_si256(r, _mm256_shuffle_epi8(t, i));
     }
-    return r;
+    if (Fold || Parts == 16) return r;
+    const __m256i inside = _mm256_cmpeq_epi8(_mm256_min_epu8(i0, _mm256_set1_epi8((char)(16 * Parts - 1))), i0);
+    return _mm256_blendv_epi8(_mm256_set1_epi8((char)c.fill), r, inside);
 }
 
+// gate8 over 16 pixels.
 inline __m256i gate16(__m128i c16, const uint8_t *mask) {
     const __m256i m = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)mask));
     return _mm256_min_epu16(_mm256_mullo_epi16(_mm256_cvtepu8_epi16(c16), m), _mm256_set1_epi16(255));
 }
 
+// frame_weights16 over 32 pixels.
+template <bool Masked = true, class Lut>
+inline void frame_weights32(const Lut &lut, const uint8_t *luma, const uint8_t *mask, __m256i *lo, __m256i *hi) {
+    const __m256i c = curve32(lut, _mm256_loadu_si256((const __m256i *)luma));
+    const __m128i c0 = _mm256_castsi256_si128(c), c1 = _mm256_extracti128_si256(c, 1);
+    *lo = Masked ? gate16(c0, mask) : _mm256_cvtepu8_epi16(c0);
+    *hi = Masked ? gate16(c1, mask + 16) : _mm256_cvtepu8_epi16(c1);
+}
+
 // 16 u16 lanes back to 16 bytes in order.
 inline __m128i pack16(__m256i v) { return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)); }
 
-decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+// Two times 16 u16 lanes to 32 bytes in order (the pack interleaves the halves).
+inline __m256i pack32(__m256i lo, __m256i hi) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8); }
+
+template <class Lut>
+void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask, const Lut &lut,
+                       int width, int height) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
         int x = 0;
         for (; x + 32 <= n; x += 32) {
-            const __m256i c = curve32(curve, _mm256_loadu_si256((const __m256i *)(luma + x)));
-            _mm_storeu_si128((__m128i *)(dst + x), pack16(gate16(_mm256_castsi256_si128(c), mask + x)));
-            _mm_storeu_si128((__m128i *)(dst + x + 16), pack16(gate16(_mm256_extracti128_si256(c, 1), mask + x + 16)));
+            __m256i lo, hi;
+            frame_weights32(lut, luma + x, mask + x, &lo, &hi);
+            _mm256_storeu_si256((__m256i *)(dst + x), pack32(lo, hi));
         }
-        for (; x < n; x += 8) {
-            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
-            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
-        }
+        for (; x < n; x += 8)
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(frame_weights8(lut, luma + x, mask + x), _mm_setzero_si128()));
         mask += n;
         luma += next;
         dst += next;
     }
+}
+
+decl_weight_well_exposed_fn(weight_well_exposed_avx2) {
+    with_curve16(curve, [&](const auto &lut) { well_exposed_rows(dst, luma, stride, mask, lut, width, height); });
 }
 
 inline __m256i norm_scale16(__m256i w, __m256i q) {
@@ -62,18 +85,28 @@ inline __m256i recip8(__m256i s32) {
     return _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(65536.0f), f));
 }
 
+// recip8_sums over 16 sums: the unpacks and the pack stay in the 128-bit
+// halves, so the lanes come back in order.
+inline __m256i recip16_sums(__m256i s) {
+    const __m256i z = _mm256_setzero_si256();
+    return _mm256_packus_epi32(recip8(_mm256_unpacklo_epi16(s, z)), recip8(_mm256_unpackhi_epi16(s, z)));
+}
+
+inline void normalize_w16(__m256i *a, __m256i *b, __m256i *c) {
+    const __m256i q = recip16_sums(_mm256_add_epi16(_mm256_add_epi16(*a, *b), *c));
+    *a = norm_scale16(*a, q);
+    *b = norm_scale16(*b, q);
+    *c = norm_scale16(*c, q);
+}
+
 inline void normalize16(uint8_t *w0, uint8_t *w1, uint8_t *w2) {
-    const __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
-    const __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
-    const __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
-    const __m256i s = _mm256_add_epi16(_mm256_add_epi16(a, b), c);
-    const __m256i qa = recip8(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(s)));
-    const __m256i qb = recip8(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(s, 1)));
-    // The pack works per 128-bit half: restore pixel order.
-    const __m256i q = _mm256_permute4x64_epi64(_mm256_packus_epi32(qa, qb), 0xD8);
-    _mm_storeu_si128((__m128i *)w0, pack16(norm_scale16(a, q)));
-    _mm_storeu_si128((__m128i *)w1, pack16(norm_scale16(b, q)));
-    _mm_storeu_si128((__m128i *)w2, pack16(norm_scale16(c, q)));
+    __m256i a = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w0));
+    __m256i b = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w1));
+    __m256i c = _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i *)w2));
+    normalize_w16(&a, &b, &c);
+    _mm_storeu_si128((__m128i *)w0, pack16(a));
+    _mm_storeu_si128((__m128i *)w1, pack16(b));
+    _mm_storeu_si128((__m128i *)w2, pack16(c));
 }
 
 decl_weight_normalize_fn(weight_normalize_avx2) {
@@ -87,6 +120,33 @@ decl_weight_normalize_fn(weight_normalize_avx2) {
         w1 += next;
         w2 += next;
     }
+}
+
+// 32 pixels while they last, the rest as the SSE4.1 kernel does them.
+template <bool Masked, class L0, class L1, class L2>
+int fused_block32(const L0 &c0, const L1 &c1, const L2 &c2, int x, int n, const uint8_t *const *l,
+                  const uint8_t *const *m, uint8_t *const *d) {
+    if (x + 32 > n) return fused_block16<Masked>(c0, c1, c2, x, n, l, m, d);
+    const __m256i c[3] = {curve32(c0, _mm256_loadu_si256((const __m256i *)(l[0] + x))),
+                          curve32(c1, _mm256_loadu_si256((const __m256i *)(l[1] + x))),
+                          curve32(c2, _mm256_loadu_si256((const __m256i *)(l[2] + x)))};
+    for (int h = 0; h < 32; h += 16) {
+        __m256i w[3];
+        for (int f = 0; f < 3; ++f) {
+            const __m128i b = h ? _mm256_extracti128_si256(c[f], 1) : _mm256_castsi256_si128(c[f]);
+            w[f] = Masked ? gate16(b, m[f] + x + h) : _mm256_cvtepu8_epi16(b);
+        }
+        normalize_w16(&w[0], &w[1], &w[2]);
+        for (int f = 0; f < 3; ++f) _mm_storeu_si128((__m128i *)(d[f] + x + h), pack16(w[f]));
+    }
+    return 32;
+}
+
+decl_weight_fused_fn(weight_fused_avx2) {
+    with_curves16(curves, [&](const auto &c0, const auto &c1, const auto &c2) {
+        if (mask) fused_rows<true>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block32<true>(c0, c1, c2, a...); });
+        else fused_rows<false>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block32<false>(c0, c1, c2, a...); });
+    });
 }
 
 inline __m256i mul_pair256(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(uint16_t)a | (uint32_t)b << 16)); }
@@ -290,4 +350,5 @@ void fusion_dsp_init_avx2(FusionDsp *dsp) {
     dsp->image_reduce_v = pyramid_reduce_v_avx2<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_avx2;
     dsp->weight_normalize = weight_normalize_avx2;
+    dsp->weight_fused = weight_fused_avx2;
 }

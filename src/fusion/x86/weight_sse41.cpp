@@ -6,24 +6,35 @@
 
 namespace {
 
-decl_weight_well_exposed_fn(weight_well_exposed_sse41) {
+template <class Lut>
+void well_exposed_rows(uint8_t *dst, const uint8_t *luma, ptrdiff_t stride, const uint8_t *mask, const Lut &lut,
+                       int width, int height) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     for (int r = 0; r < height; ++r) {
         int x = 0;
         for (; x + 16 <= n; x += 16) {
-            const __m128i c = curve16(curve, _mm_loadu_si128((const __m128i *)(luma + x)));
-            const __m128i lo = gate8(c, mask + x), hi = gate8(_mm_srli_si128(c, 8), mask + x + 8);
+            __m128i lo, hi;
+            frame_weights16(lut, luma + x, mask + x, &lo, &hi);
             _mm_storeu_si128((__m128i *)(dst + x), _mm_packus_epi16(lo, hi));
         }
-        if (x < n) {
-            const __m128i c = curve16(curve, _mm_loadl_epi64((const __m128i *)(luma + x)));
-            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(gate8(c, mask + x), _mm_setzero_si128()));
-        }
+        if (x < n)
+            _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(frame_weights8(lut, luma + x, mask + x), _mm_setzero_si128()));
         mask += n;
         luma += next;
         dst += next;
     }
+}
+
+decl_weight_well_exposed_fn(weight_well_exposed_sse41) {
+    with_curve16(curve, [&](const auto &lut) { well_exposed_rows(dst, luma, stride, mask, lut, width, height); });
+}
+
+decl_weight_fused_fn(weight_fused_sse41) {
+    with_curves16(curves, [&](const auto &c0, const auto &c1, const auto &c2) {
+        if (mask) fused_rows<true>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block16<true>(c0, c1, c2, a...); });
+        else fused_rows<false>(dst, luma, stride, mask, width, height, [&](auto... a) { return fused_block16<false>(c0, c1, c2, a...); });
+    });
 }
 
 decl_weight_normalize_fn(weight_normalize_sse41) {
@@ -83,4 +94,5 @@ void fusion_dsp_init_sse41(FusionDsp *dsp) {
     dsp->image_reduce_v = pyramid_reduce_v_sse41<6, 8>;
     dsp->weight_well_exposed = weight_well_exposed_sse41;
     dsp->weight_normalize = weight_normalize_sse41;
+    dsp->weight_fused = weight_fused_sse41;
 }
