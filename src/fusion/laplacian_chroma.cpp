@@ -24,9 +24,9 @@ void ImageLaplacianPyramidChroma(HdrContext *ctx, int32_t src_pitch, int32_t chr
         const int cpairs = pairs >> 1, crows = rows >> 1;
         int8_t *g = gauss[k & 1], *coarse = gauss[(k + 1) & 1];
         d.reduce_h(inter, g, cs[k], pairs, rows);
-        d.reduce_v(coarse, cs[k + 1], inter, 2 * cpairs, crows);
+        d.reduce_v(coarse, cs[k + 1], inter, 2 * cpairs, crows, 0, crows);
         d.expand_h(inter, coarse, cs[k + 1], cpairs, crows, pairs);
-        d.expand_band(out[k].IC, cs[k], g, cs[k], inter, 2 * pairs, rows, k == 0);
+        d.expand_band(out[k].IC, cs[k], g, cs[k], inter, 2 * pairs, rows, k == 0, 0, rows);
     }
     d.residual(out[top].IC, cs[top], gauss[top & 1], cs[top], 2 * (pairs0 >> top), rows0 >> top);
 }

@@ -23,6 +23,6 @@ void ImageReconstructChroma(HdrContext *ctx, int32_t chroma_level_arg) {
     for (int l = n - 3; l >= 0; --l) {
         d.collapse_h(inter, pyr[0][l + 1].IC, cs[l + 1], pairs0 >> (l + 1), rows0 >> (l + 1),
                      pairs0 >> l);
-        d.collapse_v(pyr[0][l].IC, cs[l], inter, 2 * (pairs0 >> l), rows0 >> l);
+        d.collapse_v(pyr[0][l].IC, cs[l], inter, 2 * (pairs0 >> l), rows0 >> l, 0, rows0 >> l);
     }
 }
