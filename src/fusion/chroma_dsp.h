@@ -70,8 +70,9 @@ typedef decl_chroma_reduce_h_fn(*chroma_reduce_h_fn);
 // 6 t0 + 8 t1 + 2 t2; last row j = rows - 1 >= 1: t[2j-2] + 4 t[2j-1] +
 // 7 t[2j] + 4 t[2j+1]), each sum s in -32768..32512 stored as (s + 128) >> 8.
 // dst points at output row 0, src at source row reduce_v_first(y0), rows
-// ceil8(values) apart; reads source rows up to max(3, reduce_v_end(y1, rows))
-// - 1.  Any split of 0 .. rows into ranges writes the bytes of one whole call.
+// ceil8(values) apart; reads source rows up to reduce_v_end(y1, rows) - 1
+// (0 .. 2 when rows is 1).  Any split of 0 .. rows into ranges writes the
+// bytes of one whole call.
 #define decl_chroma_reduce_v_fn(name) void (name)(int8_t *dst, ptrdiff_t dst_stride, \
     const int16_t *src, int values, int rows, int y0, int y1)
 typedef decl_chroma_reduce_v_fn(*chroma_reduce_v_fn);

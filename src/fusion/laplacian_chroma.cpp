@@ -5,12 +5,16 @@
 #include "fusion/pyramid_strips.h"
 #include "varo_hdr.h"
 
+namespace {
+
 // Rows of the signed level-0 copy made so far, and the host plane it comes from.
 struct ChromaCopy {
     const uint8_t *src;
     ptrdiff_t src_pitch;
     int done;
 };
+
+} // namespace
 
 // One level: reduce g (pairs x rows) into gn and the band of g against the
 // expanded gn, strip by strip, as the luma pyramid does.  Every pass sees its
