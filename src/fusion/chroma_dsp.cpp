@@ -29,9 +29,10 @@ decl_chroma_reduce_h_fn(chroma_reduce_h_c) {
 }
 
 decl_chroma_reduce_v_fn(chroma_reduce_v_c) {
-    const int n = (int)ceil8((unsigned)values);
-    for (int j = 0; j < rows; ++j, dst += dst_stride) {
-        const int16_t *c = src + 2 * j * n;
+    const int n = (int)ceil8((unsigned)values), first = reduce_v_first(y0);
+    for (int j = y0; j < y1; ++j) {
+        const int16_t *c = src + (2 * j - first) * n;
+        int8_t *d = dst + j * dst_stride;
         for (int i = 0; i < n; ++i) {
             int s;
             if (j == 0)
@@ -40,7 +41,7 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_c) {
                 s = c[i - 2 * n] + 4 * c[i - n] + 7 * c[i] + 4 * c[i + n];
             else
                 s = c[i - 2 * n] + 4 * c[i - n] + 6 * c[i] + 4 * c[i + n] + c[i + 2 * n];
-            dst[i] = (int8_t)((s + 128) >> 8);
+            d[i] = (int8_t)((s + 128) >> 8);
         }
     }
 }
@@ -76,14 +77,15 @@ decl_chroma_expand_h_fn(chroma_expand_h_c) {
 decl_chroma_expand_band_fn(chroma_expand_band_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         int16_t *b = band + y * band_stride;
         if (zero_edges && chroma_zero_row(y, rows)) {
             for (int i = 0; i < n; ++i) b[i] = 0;
             continue;
         }
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         const int8_t *gr = g + y * g_stride;
         for (int i = 0; i < n; ++i) {
             const int E = t.wa * ha[i] + t.wb * hb[i] + t.wc * hc[i];
@@ -119,9 +121,10 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_c) {
 decl_chroma_collapse_v_fn(chroma_collapse_v_c) {
     const int n = (int)ceil8((unsigned)values);
     const int hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         int16_t *d = dst + y * stride;
         for (int i = 0; i < n; ++i) {
             const int16_t E = (int16_t)(t.wa * ha[i] + t.wb * hb[i] + t.wc * hc[i]);

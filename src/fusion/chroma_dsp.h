@@ -65,13 +65,16 @@ typedef decl_chroma_copy_flip_fn(*chroma_copy_flip_fn);
     int pairs, int rows)
 typedef decl_chroma_reduce_h_fn(*chroma_reduce_h_fn);
 
-// Vertical half of the reduce: `rows` output rows of ceil8(values) bytes,
-// row j centred on source row 2j (top mirrored: 6 t0 + 8 t1 + 2 t2; last row
-// j = rows - 1 >= 1: t[2j-2] + 4 t[2j-1] + 7 t[2j] + 4 t[2j+1]), each sum
-// s in -32768..32512 stored as (s + 128) >> 8.  src pitch ceil8(values);
-// reads source rows 0 .. max(2, 2*rows - 1).
+// Vertical half of the reduce, output rows y0 .. y1-1 of a level of `rows`
+// rows of ceil8(values) bytes: row j centred on source row 2j (top mirrored:
+// 6 t0 + 8 t1 + 2 t2; last row j = rows - 1 >= 1: t[2j-2] + 4 t[2j-1] +
+// 7 t[2j] + 4 t[2j+1]), each sum s in -32768..32512 stored as (s + 128) >> 8.
+// dst points at output row 0, src at source row reduce_v_first(y0), rows
+// ceil8(values) apart; reads source rows up to reduce_v_end(y1, rows) - 1
+// (0 .. 2 when rows is 1).  Any split of 0 .. rows into ranges writes the
+// bytes of one whole call.
 #define decl_chroma_reduce_v_fn(name) void (name)(int8_t *dst, ptrdiff_t dst_stride, \
-    const int16_t *src, int values, int rows)
+    const int16_t *src, int values, int rows, int y0, int y1)
 typedef decl_chroma_reduce_v_fn(*chroma_reduce_v_fn);
 
 // Horizontal half of the expand, one coarse row at a time: repeat pads written
@@ -85,14 +88,17 @@ typedef decl_chroma_reduce_v_fn(*chroma_reduce_v_fn);
     int src_pairs, int rows, int dst_pairs)
 typedef decl_chroma_expand_h_fn(*chroma_expand_h_fn);
 
-// Vertical half of the expand and the band: for each of `rows` rows and
-// ceil8(values) values, E from the rows of h (pitch ceil8(values), rows >> 1
-// rows) with repeated edges, E[2j] = h[j-1] + 6h[j] + h[j+1],
-// E[2j+1] = 4h[j] + 4h[j+1], and for odd rows a last row 7 h[last];
-// band = g - ((E + 32) >> 6), in -255..255.  zero_edges: rows 0, 1 and the
-// last two (three for odd rows) are written as 0.
+// Vertical half of the expand and the band, rows y0 .. y1-1 of a level of
+// `rows` rows: for each such row and ceil8(values) values, E from the rows
+// of h (pitch ceil8(values), rows >> 1 rows) with repeated edges,
+// E[2j] = h[j-1] + 6h[j] + h[j+1], E[2j+1] = 4h[j] + 4h[j+1], and for odd
+// rows a last row 7 h[last]; band = g - ((E + 32) >> 6), in -255..255.
+// zero_edges: rows 0, 1 and the last two (three for odd rows) are written as
+// 0.  band and g point at row 0, h at its row expand_v_first(y0); rows up to
+// expand_v_end(y1, rows) - 1 are read.  Any split into ranges writes the
+// bytes of one whole call.
 #define decl_chroma_expand_band_fn(name) void (name)(int16_t *band, ptrdiff_t band_stride, \
-    const int8_t *g, ptrdiff_t g_stride, const int16_t *h, int values, int rows, int zero_edges)
+    const int8_t *g, ptrdiff_t g_stride, const int16_t *h, int values, int rows, int zero_edges, int y0, int y1)
 typedef decl_chroma_expand_band_fn(*chroma_expand_band_fn);
 
 // Residual: exactly `values` values of each row, sign-extended.
@@ -120,11 +126,13 @@ typedef decl_chroma_blend_fn(*chroma_blend_fn);
     ptrdiff_t src_stride, int src_pairs, int rows, int dst_pairs)
 typedef decl_chroma_collapse_h_fn(*chroma_collapse_h_fn);
 
-// Vertical half of the collapse: E as in chroma_expand_band_fn but in 16-bit
-// wrapping sums; dst += (E + 32) >> 6 (the rounding shift itself exact, the
-// addition wrapping to 16 bits) over ceil8(values) values of `rows` rows.
+// Vertical half of the collapse, rows y0 .. y1-1: E as in
+// chroma_expand_band_fn but in 16-bit wrapping sums; dst += (E + 32) >> 6
+// (the rounding shift itself exact, the addition wrapping to 16 bits) over
+// ceil8(values) values of each row.  dst points at row 0, h at its row
+// expand_v_first(y0), as for the band.
 #define decl_chroma_collapse_v_fn(name) void (name)(int16_t *dst, ptrdiff_t stride, \
-    const int16_t *h, int values, int rows)
+    const int16_t *h, int values, int rows, int y0, int y1)
 typedef decl_chroma_collapse_v_fn(*chroma_collapse_v_fn);
 
 struct ChromaDsp {

@@ -90,6 +90,18 @@ struct CheckasmBufs {
     // call(table, is_opt) on both copies, then everything compared.
     template <class F> bool run(F call, bool bench, const char *fmt, ...) __attribute__((format(printf, 4, 5)));
 };
+// Vertical kernels emit row ranges: the reference makes the whole plane in
+// one call, the variant under test in a random split of ranges of 1 .. 8
+// rows (now and then longer), each with the scratch rows from its first
+// needed row on.
+template <class F> inline void row_ranges(bool split, int n, F call) {
+    for (int y0 = 0, y1; y0 < n; y0 = y1) {
+        const int len = !split ? n : checkasm_rand() % 4 ? checkasm_rand_range(1, 8) : checkasm_rand_range(1, n);
+        y1 = y0 + len < n ? y0 + len : n;
+        call(y0, y1);
+    }
+}
+
 bool checkasm_benching();
 void checkasm_bench(const char *name, void (*call)(void *, bool), void *ctx);
 

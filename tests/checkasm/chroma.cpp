@@ -48,7 +48,10 @@ CHECKASM_TEST(chroma) {
             const int tv = v.s16((size_t)trows * out_values, out_values, out_values, trows, -2048, 2032, c.i + 1);
             const int coarse = v.u8((size_t)(crows - 1) * c.coarse_stride + out_values, c.coarse_stride);
             v.run([&](const HdrDsp &d, bool o) {
-                d.chroma.reduce_v(v.p<int8_t>(coarse, o), c.coarse_stride, v.p<int16_t>(tv, o), 2 * (c.pairs >> 1), crows);
+                row_ranges(o, crows, [&](int y0, int y1) {
+                    d.chroma.reduce_v(v.p<int8_t>(coarse, o), c.coarse_stride, v.p<int16_t>(tv, o, (size_t)reduce_v_first(y0) * out_values),
+                                      2 * (c.pairs >> 1), crows, y0, y1);
+                });
             }, c.i == 0, "reduce_v %dx%d", c.pairs, c.rows);
         }
     if (checkasm_check_func(opt.expand_h != ref.expand_h || opt.expand_band != ref.expand_band, "chroma_expand"))
@@ -68,8 +71,10 @@ CHECKASM_TEST(chroma) {
             const int g = e.u8((size_t)c.rows * c.stride, c.stride, c.stride, c.rows, c.i + 3);
             const int band = e.s16((size_t)(c.rows - 1) * c.stride + pitch, c.stride);
             e.run([&](const HdrDsp &d, bool o) {
-                d.chroma.expand_band(e.p<int16_t>(band, o), c.stride, e.p<int8_t>(g, o), c.stride,
-                                     e.p<int16_t>(hv, o), 2 * c.pairs, c.rows, c.i & 1);
+                row_ranges(o, c.rows, [&](int y0, int y1) {
+                    d.chroma.expand_band(e.p<int16_t>(band, o), c.stride, e.p<int8_t>(g, o), c.stride,
+                                         e.p<int16_t>(hv, o, (size_t)expand_v_first(y0) * pitch), 2 * c.pairs, c.rows, c.i & 1, y0, y1);
+                });
             }, c.i == 0, "expand_band %dx%d zero edges %d", c.pairs, c.rows, c.i & 1);
         }
     if (checkasm_check_func(opt.residual != ref.residual, "chroma_residual"))
@@ -114,7 +119,10 @@ CHECKASM_TEST(chroma) {
             const int hv = v.s16((size_t)srows * pitch, pitch, pitch, srows, lo, hi, c.i + 1);
             const int dst = v.s16((size_t)(c.rows - 1) * c.stride + pitch, c.stride, pitch, c.rows, lo, hi, c.i + 2);
             v.run([&](const HdrDsp &d, bool o) {
-                d.chroma.collapse_v(v.p<int16_t>(dst, o), c.stride, v.p<int16_t>(hv, o), 2 * c.pairs, c.rows);
+                row_ranges(o, c.rows, [&](int y0, int y1) {
+                    d.chroma.collapse_v(v.p<int16_t>(dst, o), c.stride, v.p<int16_t>(hv, o, (size_t)expand_v_first(y0) * pitch),
+                                        2 * c.pairs, c.rows, y0, y1);
+                });
             }, c.i == 0, "collapse_v %dx%d", c.pairs, c.rows);
         }
 }

@@ -27,18 +27,6 @@ int bands(CheckasmBufs &b, size_t count, int pitch, int w, int h, int i, size_t 
     return b.s16(count, pitch, w, h, i % 3 == 2 ? -32768 : -512, i % 3 == 2 ? 32767 : 511, i, lead);
 }
 
-// Vertical kernels emit row ranges: the reference makes the whole plane in
-// one call, the variant under test in a random split of ranges of 1 .. 8
-// rows (now and then longer), each with the scratch rows from its first
-// needed row on.
-template <class F> void row_ranges(bool split, int n, F call) {
-    for (int y0 = 0, y1; y0 < n; y0 = y1) {
-        const int len = !split ? n : checkasm_rand() % 4 ? checkasm_rand_range(1, 8) : checkasm_rand_range(1, n);
-        y1 = std::min(n, y0 + len);
-        call(y0, y1);
-    }
-}
-
 const struct {
     const char *name;
     reduce_h_fn FusionDsp::*h;

@@ -77,9 +77,10 @@ decl_chroma_reduce_h_fn(chroma_reduce_h_neon) {
 }
 
 decl_chroma_reduce_v_fn(chroma_reduce_v_neon) {
-    const int n = (int)ceil8((unsigned)values);
-    for (int j = 0; j < rows; ++j, dst += dst_stride) {
-        const int16_t *c = src + 2 * j * n;
+    const int n = (int)ceil8((unsigned)values), first = reduce_v_first(y0);
+    for (int j = y0; j < y1; ++j) {
+        const int16_t *c = src + (2 * j - first) * n;
+        int8_t *d = dst + j * dst_stride;
         for (int i = 0; i < n; i += 8) {
             int16x8_t s;
             if (j == 0) {
@@ -100,7 +101,7 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_neon) {
                     s = vmlaq_n_s16(s, c0, 6);
                 }
             }
-            vst1_s8(dst + i, vrshrn_n_s16(s, 8));
+            vst1_s8(d + i, vrshrn_n_s16(s, 8));
         }
     }
 }
@@ -149,24 +150,34 @@ static inline void band_row8(int16_t *b, const int8_t *g, int16x8_t e) {
 
 // Output rows 2j and 2j+1 share scratch rows j and j+1, so they are formed
 // together: E[2j] = h[j-1] + 6 h[j] + h[j+1], E[2j+1] = 4 h[j] + 4 h[j+1]
-// (rows clamped at the ends), and an odd row count's last row 7 h[last].
+// (rows clamped at the ends).  A range's odd first row, a lone last row and
+// an odd row count's last row (7 h[last]) go on their own by their taps.
 decl_chroma_expand_band_fn(chroma_expand_band_neon) {
     const int n = (int)ceil8((unsigned)values);
-    const int hrows = rows >> 1, last = hrows - 1;
+    const int hrows = rows >> 1, last = hrows - 1, first = expand_v_first(y0);
     const int16x8_t six = vdupq_n_s16(6), zero = vdupq_n_s16(0);
-    for (int y = 0; y < rows; y += 2) {
+    const auto row = [&](int y) {
+        int16_t *b = band + y * band_stride;
+        if (zero_edges && chroma_zero_row(y, rows)) {
+            for (int i = 0; i < n; i += 8) vst1q_s16(b + i, zero);
+            return;
+        }
+        const ExpandTaps t = expand_taps(y, hrows);
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
+        const int8_t *gr = g + y * g_stride;
+        for (int i = 0; i < n; i += 8)
+            band_row8(b + i, gr + i, vmlaq_n_s16(vmlaq_n_s16(vmulq_n_s16(vld1q_s16(ha + i), t.wa), vld1q_s16(hb + i), t.wb),
+                                                 vld1q_s16(hc + i), t.wc));
+    };
+    int y = y0;
+    if (y & 1) row(y++);
+    for (; y + 1 < y1 && (y >> 1) <= last; y += 2) {
         const int j = y >> 1;
         int16_t *b0 = band + y * band_stride, *b1 = b0 + band_stride;
         const int8_t *g0 = g + y * g_stride, *g1 = g0 + g_stride;
-        const bool z0 = zero_edges && chroma_zero_row(y, rows);
-        if (j > last) { // the odd row count's last row
-            for (int i = 0; i < n; i += 8)
-                if (z0) vst1q_s16(b0 + i, zero);
-                else band_row8(b0 + i, g0 + i, vmulq_n_s16(vld1q_s16(h + last * n + i), 7));
-            break;
-        }
-        const bool z1 = zero_edges && chroma_zero_row(y + 1, rows);
-        const int16_t *hm = h + (j > 0 ? j - 1 : 0) * n, *hc = h + j * n, *hp = h + (j < last ? j + 1 : last) * n;
+        const bool z0 = zero_edges && chroma_zero_row(y, rows), z1 = zero_edges && chroma_zero_row(y + 1, rows);
+        const int16_t *hm = h + ((j > 0 ? j - 1 : 0) - first) * n, *hc = h + (j - first) * n;
+        const int16_t *hp = h + ((j < last ? j + 1 : last) - first) * n;
         if (z0 || z1) { // edge rows: each row on its own
             for (int i = 0; i < n; i += 8) {
                 const int16x8_t m = vld1q_s16(hm + i), c = vld1q_s16(hc + i), p = vld1q_s16(hp + i);
@@ -183,6 +194,7 @@ decl_chroma_expand_band_fn(chroma_expand_band_neon) {
             band_row8(b1 + i, g1 + i, vshlq_n_s16(vaddq_s16(c, p), 2));
         }
     }
+    if (y < y1) row(y);
 }
 
 // A row's last partial vector overlaps the previous one (same values again).

@@ -70,16 +70,31 @@ decl_chroma_collapse_h_fn(chroma_collapse_h_neon) {
 
 // Output rows 2j and 2j+1 share scratch rows j and j+1, so they are formed
 // together: E[2j] = h[j-1] + 6 h[j] + h[j+1], E[2j+1] = 4 h[j] + 4 h[j+1]
-// (rows clamped at the ends), and an odd row count's last row 7 h[last].
+// (rows clamped at the ends); a range's odd first row, a lone last row and
+// an odd row count's last row (7 h[last]) go on their own by their taps.
 // E wraps to 16 bits; vrsra adds (E + 32) >> 6 with the rounding done at
 // full precision and the accumulation wrapping, as the reference does.
 decl_chroma_collapse_v_fn(chroma_collapse_v_neon) {
     const int n = (int)ceil8((unsigned)values);
-    const int hrows = rows >> 1, last = hrows - 1;
+    const int hrows = rows >> 1, last = hrows - 1, first = expand_v_first(y0);
     const int16x8_t six = vdupq_n_s16(6);
-    for (int j = 0; j < hrows; ++j) {
-        const int16_t *hm = h + (j > 0 ? j - 1 : 0) * n, *hc = h + j * n, *hp = h + (j < last ? j + 1 : last) * n;
-        int16_t *d0 = dst + 2 * j * stride, *d1 = d0 + stride;
+    const auto row = [&](int y) {
+        const ExpandTaps t = expand_taps(y, hrows);
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
+        int16_t *d = dst + y * stride;
+        for (int i = 0; i < n; i += 8) {
+            const int16x8_t e = vmlaq_n_s16(vmlaq_n_s16(vmulq_n_s16(vld1q_s16(ha + i), t.wa), vld1q_s16(hb + i), t.wb),
+                                            vld1q_s16(hc + i), t.wc);
+            vst1q_s16(d + i, vrsraq_n_s16(vld1q_s16(d + i), e, 6));
+        }
+    };
+    int y = y0;
+    if (y & 1) row(y++);
+    for (; y + 1 < y1 && (y >> 1) <= last; y += 2) {
+        const int j = y >> 1;
+        const int16_t *hm = h + ((j > 0 ? j - 1 : 0) - first) * n, *hc = h + (j - first) * n;
+        const int16_t *hp = h + ((j < last ? j + 1 : last) - first) * n;
+        int16_t *d0 = dst + y * stride, *d1 = d0 + stride;
         for (int i = 0; i < n; i += 8) {
             const int16x8_t m = vld1q_s16(hm + i), c = vld1q_s16(hc + i), p = vld1q_s16(hp + i);
             const int16x8_t even = vmlaq_s16(vaddq_s16(m, p), c, six);
@@ -88,10 +103,5 @@ decl_chroma_collapse_v_fn(chroma_collapse_v_neon) {
             vst1q_s16(d1 + i, vrsraq_n_s16(vld1q_s16(d1 + i), odd, 6));
         }
     }
-    if (rows & 1) {
-        const int16_t *hl = h + last * n;
-        int16_t *d = dst + (rows - 1) * stride;
-        for (int i = 0; i < n; i += 8)
-            vst1q_s16(d + i, vrsraq_n_s16(vld1q_s16(d + i), vmulq_n_s16(vld1q_s16(hl + i), 7), 6));
-    }
+    if (y < y1) row(y);
 }

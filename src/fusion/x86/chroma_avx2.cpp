@@ -62,15 +62,15 @@ inline __m256i taps2(int a, int b) { return _mm256_set1_epi32((int)((uint32_t)(u
 
 decl_chroma_expand_band_fn(chroma_expand_band_avx2) {
     const int n = (values + 7) & ~7;
-    const int hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int hrows = rows >> 1, first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         int16_t *b = band + y * band_stride;
         if (zero_edges && chroma_zero_row(y, rows)) {
             memset(b, 0, (size_t)n * sizeof *b);
             continue;
         }
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         const int8_t *gr = g + y * g_stride;
         const __m256i wab = taps2(t.wa, t.wb), wc32 = taps2(t.wc, 32);
         int i = 0;
@@ -113,10 +113,11 @@ decl_chroma_reduce_h_fn(chroma_reduce_h_avx2) {
 
 // reduce_v8 at 16 values per step.
 decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
-    const int n = (values + 7) & ~7;
+    const int n = (values + 7) & ~7, first = reduce_v_first(y0);
     const __m256i one = _mm256_set1_epi16(1), low = _mm256_set1_epi32(0xFF);
-    for (int j = 0; j < rows; ++j, dst += dst_stride) {
-        const ReduceRows s = reduce_rows(src + 2 * j * n, n, j, rows);
+    for (int j = y0; j < y1; ++j) {
+        int8_t *out = dst + j * dst_stride;
+        const ReduceRows s = reduce_rows(src + (2 * j - first) * n, n, j, rows);
         const __m256i w01 = taps2(s.w[0], s.w[1]), w23 = taps2(s.w[2], s.w[3]), w4r = taps2(s.w[4], 128);
         int i = 0;
         for (; i + 16 <= n; i += 16) {
@@ -133,10 +134,10 @@ decl_chroma_reduce_v_fn(chroma_reduce_v_avx2) {
             hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(e, one), w4r));
             const __m256i v = _mm256_packus_epi32(_mm256_and_si256(_mm256_srai_epi32(lo, 8), low),
                                                   _mm256_and_si256(_mm256_srai_epi32(hi, 8), low));
-            _mm_storeu_si128((__m128i *)(dst + i), _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
+            _mm_storeu_si128((__m128i *)(out + i), _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
         }
         if (i < n)
-            _mm_storel_epi64((__m128i *)(dst + i), reduce_v8(s, i, _mm256_castsi256_si128(w01),
+            _mm_storel_epi64((__m128i *)(out + i), reduce_v8(s, i, _mm256_castsi256_si128(w01),
                                                              _mm256_castsi256_si128(w23), _mm256_castsi256_si128(w4r)));
     }
 }
@@ -150,10 +151,10 @@ inline __m256i collapse_e16(const int16_t *a, const int16_t *b, const int16_t *c
 }
 
 decl_chroma_collapse_v_fn(chroma_collapse_v_avx2) {
-    const int n = (values + 7) & ~7, hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int n = (values + 7) & ~7, hrows = rows >> 1, first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         const __m256i wa = _mm256_set1_epi16(t.wa), wb = _mm256_set1_epi16(t.wb), wc = _mm256_set1_epi16(t.wc);
         int16_t *d = dst + y * stride;
         int i = 0;

@@ -42,15 +42,15 @@ decl_chroma_blend_fn(chroma_blend_sse41) {
 
 decl_chroma_expand_band_fn(chroma_expand_band_sse41) {
     const int n = (values + 7) & ~7;
-    const int hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int hrows = rows >> 1, first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         int16_t *b = band + y * band_stride;
         if (zero_edges && chroma_zero_row(y, rows)) {
             memset(b, 0, (size_t)n * sizeof *b);
             continue;
         }
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         const int8_t *gr = g + y * g_stride;
         const __m128i wab = taps2_128(t.wa, t.wb), wc32 = taps2_128(t.wc, 32);
         for (int i = 0; i < n; i += 8) _mm_storeu_si128((__m128i *)(b + i), band8(ha + i, hb + i, hc + i, gr + i, wab, wc32));
@@ -66,19 +66,20 @@ decl_chroma_reduce_h_fn(chroma_reduce_h_sse41) {
 }
 
 decl_chroma_reduce_v_fn(chroma_reduce_v_sse41) {
-    const int n = (values + 7) & ~7;
-    for (int j = 0; j < rows; ++j, dst += dst_stride) {
-        const ReduceRows s = reduce_rows(src + 2 * j * n, n, j, rows);
+    const int n = (values + 7) & ~7, first = reduce_v_first(y0);
+    for (int j = y0; j < y1; ++j) {
+        int8_t *d = dst + j * dst_stride;
+        const ReduceRows s = reduce_rows(src + (2 * j - first) * n, n, j, rows);
         const __m128i w01 = taps2_128(s.w[0], s.w[1]), w23 = taps2_128(s.w[2], s.w[3]), w4r = taps2_128(s.w[4], 128);
-        for (int i = 0; i < n; i += 8) _mm_storel_epi64((__m128i *)(dst + i), reduce_v8(s, i, w01, w23, w4r));
+        for (int i = 0; i < n; i += 8) _mm_storel_epi64((__m128i *)(d + i), reduce_v8(s, i, w01, w23, w4r));
     }
 }
 
 decl_chroma_collapse_v_fn(chroma_collapse_v_sse41) {
-    const int n = (values + 7) & ~7, hrows = rows >> 1;
-    for (int y = 0; y < rows; ++y) {
+    const int n = (values + 7) & ~7, hrows = rows >> 1, first = expand_v_first(y0);
+    for (int y = y0; y < y1; ++y) {
         const ExpandTaps t = expand_taps(y, hrows);
-        const int16_t *ha = h + t.ra * n, *hb = h + t.rb * n, *hc = h + t.rc * n;
+        const int16_t *ha = h + (t.ra - first) * n, *hb = h + (t.rb - first) * n, *hc = h + (t.rc - first) * n;
         const __m128i wa = _mm_set1_epi16(t.wa), wb = _mm_set1_epi16(t.wb), wc = _mm_set1_epi16(t.wc);
         int16_t *d = dst + y * stride;
         for (int i = 0; i < n; i += 8) {
