@@ -1,13 +1,13 @@
-// Strip drivers of the luma pyramids: a horizontal pass fills the 16-bit
-// scratch rows of a strip, the vertical pass emits that strip's output rows
-// while they are still in cache, instead of a whole plane going out to
-// memory and back.  Every source row is filtered exactly once and in
-// increasing order, so the in-place row pads and every scratch element a
-// pass writes hold the bytes of whole-plane passes; the rows two strips
-// share are moved to the front of the scratch, not filtered again.  (The
-// elements no pass writes, the last 7 of each expanded row of an odd-width
-// level whose source width is a whole number of column groups, 16 for the
-// image and 8 for the collapse, reach only the columns past the level's
+// Strip drivers of the pyramids (luma, weights and chroma) and of the
+// collapses: a horizontal pass fills the 16-bit scratch rows of a strip, the
+// vertical pass emits that strip's output rows while they are still in cache,
+// instead of a whole plane going out to memory and back.  Every source row is
+// filtered exactly once and in increasing order, so the in-place row pads and
+// every scratch element a pass writes hold the bytes of whole-plane passes; the
+// rows two strips share are moved to the front of the scratch, not filtered
+// again.  (The elements no pass writes, the last 7 of each expanded row of an
+// odd-width level whose source width is a whole number of column groups, 16 for
+// the image and 8 for the collapse, reach only the columns past the level's
 // width, as before.)
 #pragma once
 #include <stddef.h>
