@@ -58,12 +58,15 @@ inline void weigh_run(uint8_t *w, const Lut &lut, const uint8_t *luma, const uin
     if (x < len) vst1_u8(w + x, frame_weights8<Masked>(lut, luma + x, mask + x));
 }
 
-// weigh_run alone in a function, with its own copy of the tables: GCC then
-// keeps them in registers over the run (inlined beside the other frames'
-// lookups, or reading them through a reference that the byte stores may
-// alias, it reloads them every step).
+// weigh_run alone in a function that loads its own tables: GCC then keeps
+// them in registers over the run (inlined beside the other frames' lookups,
+// or reading them through a reference that the byte stores may alias, it
+// reloads them every step; passed by value, they went through a block copy
+// on the stack at every call).
 template <bool Masked, class Lut>
-__attribute__((noinline)) void weigh_run_apart(uint8_t *w, const Lut lut, const uint8_t *luma, const uint8_t *mask, int len) {
+__attribute__((noinline)) void weigh_run_apart(uint8_t *w, const uint8_t *curve, const CurveParts &cp,
+                                               const uint8_t *luma, const uint8_t *mask, int len) {
+    const Lut lut(curve, cp);
     weigh_run<Masked>(w, lut, luma, mask, len);
 }
 
@@ -167,11 +170,11 @@ namespace {
 // Rows in runs of up to kRun pixels: each frame's weights are made with its
 // own lookup tables in registers (the three sets do not fit at once) into a
 // buffer that stays in the L1 cache, then the three are normalised together.
-constexpr int kRun = 256;
+constexpr int kRun = 512;
 
 template <bool Masked, class L0, class L1, class L2>
 void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
-                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
+                const uint8_t *curves, const CurveParts *cp, int width, int height) {
     const int n = width & ~7;
     const ptrdiff_t next = n + (stride - width);
     uint8_t *d0 = dst[0], *d1 = dst[1], *d2 = dst[2];
@@ -182,9 +185,9 @@ void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t strid
     for (int r = 0; r < height; ++r) {
         for (int x0 = 0; x0 < n; x0 += kRun) {
             const int len = n - x0 < kRun ? n - x0 : kRun;
-            weigh_run_apart<Masked>(w[0], c0, l0 + x0, m0 + x0, len);
-            weigh_run_apart<Masked>(w[1], c1, l1 + x0, m1 + x0, len);
-            weigh_run_apart<Masked>(w[2], c2, l2 + x0, m2 + x0, len);
+            weigh_run_apart<Masked, L0>(w[0], curves, cp[0], l0 + x0, m0 + x0, len);
+            weigh_run_apart<Masked, L1>(w[1], curves + 256, cp[1], l1 + x0, m1 + x0, len);
+            weigh_run_apart<Masked, L2>(w[2], curves + 512, cp[2], l2 + x0, m2 + x0, len);
             for (int x = 0; x < len; x += 8)
                 normalize_store8(d0 + x0 + x, d1 + x0 + x, d2 + x0 + x, vld1_u8(w[0] + x), vld1_u8(w[1] + x),
                                  vld1_u8(w[2] + x));
@@ -197,9 +200,9 @@ void fused_rows(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t strid
 
 template <class L0, class L1, class L2>
 void fused_luts(uint8_t *const *dst, const uint8_t *const *luma, ptrdiff_t stride, const uint8_t *const *mask,
-                const L0 &c0, const L1 &c1, const L2 &c2, int width, int height) {
-    if (mask) fused_rows<true>(dst, luma, stride, mask, c0, c1, c2, width, height);
-    else fused_rows<false>(dst, luma, stride, mask, c0, c1, c2, width, height);
+                const uint8_t *curves, const CurveParts *cp, int width, int height) {
+    if (mask) fused_rows<true, L0, L1, L2>(dst, luma, stride, mask, curves, cp, width, height);
+    else fused_rows<false, L0, L1, L2>(dst, luma, stride, mask, curves, cp, width, height);
 }
 
 } // namespace
@@ -212,12 +215,12 @@ decl_weight_fused_fn(weight_fused_neon) {
     if (!cp[0].fold && cp[0].count <= 5 && !cp[1].fold && cp[1].count <= 5 && cp[2].fold) {
         for (int f = 0; f < 2; ++f)
             if (cp[f].first > 3) cp[f].first = 3;
-        fused_luts(dst, luma, stride, mask, CurveLut<5, false>(curves, cp[0]), CurveLut<5, false>(curves + 256, cp[1]),
-                   CurveLut<4, true>(curves + 512, cp[2]), width, height);
+        fused_luts<CurveLut<5, false>, CurveLut<5, false>, CurveLut<4, true>>(dst, luma, stride, mask, curves, cp,
+                                                                              width, height);
     } else {
         for (int f = 0; f < 3; ++f) cp[f].first = 0;
-        fused_luts(dst, luma, stride, mask, CurveLut<8, false>(curves, cp[0]), CurveLut<8, false>(curves + 256, cp[1]),
-                   CurveLut<8, false>(curves + 512, cp[2]), width, height);
+        fused_luts<CurveLut<8, false>, CurveLut<8, false>, CurveLut<8, false>>(dst, luma, stride, mask, curves, cp,
+                                                                               width, height);
     }
 }
 
