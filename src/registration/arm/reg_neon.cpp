@@ -20,14 +20,13 @@ void bitmap_tail(const uint8_t *src, unsigned first, unsigned width, uint8_t med
 }
 
 // 16 consecutive samples of the level, starting at sample 0 of `src`.
-template <int Level> inline uint8x16_t load16(const uint8_t *src);
+// From level 3 on: the even samples of the next finer level's two runs of 16.
+template <int Level> inline uint8x16_t load16(const uint8_t *src) {
+    return vuzpq_u8(load16<Level - 1>(src), load16<Level - 1>(src + (16 << (Level - 1)))).val[0];
+}
 template <> inline uint8x16_t load16<0>(const uint8_t *src) { return vld1q_u8(src); }
 template <> inline uint8x16_t load16<1>(const uint8_t *src) { return vld2q_u8(src).val[0]; }
 template <> inline uint8x16_t load16<2>(const uint8_t *src) { return vld4q_u8(src).val[0]; }
-template <> inline uint8x16_t load16<3>(const uint8_t *src) {
-    // Every fourth byte of each 64, then every second of those.
-    return vuzpq_u8(vld4q_u8(src).val[0], vld4q_u8(src + 64).val[0]).val[0];
-}
 
 // Folds 32 lane masks (0 or 0xFF, sample 0 in lane 0 of t0) into the word
 // pair.  Each lane keeps one bit of weight 128 >> (lane & 7); three pairwise
@@ -134,4 +133,6 @@ void reg_dsp_init_neon(RegDsp *dsp) {
     dsp->bitmap_row[1] = bitmap_row_neon<1>;
     dsp->bitmap_row[2] = bitmap_row_neon<2>;
     dsp->bitmap_row[3] = bitmap_row_neon<3>;
+    dsp->bitmap_row[4] = bitmap_row_neon<4>;
+    dsp->bitmap_row[5] = bitmap_row_neon<5>;
 }
