@@ -5,6 +5,7 @@
 
 #include "api/merge_status.h"
 #include "common/log.h"
+#include "fusion/reconstruct.h"
 #include "pipeline/handoff.h"
 #include "pipeline/row_split.h"
 #include "varo_hdr.h"
@@ -42,12 +43,16 @@ extern "C" VARO_HDR_API int ExposureFusion(HdrContext *ctx, HdrInput *in) {
 
     // Luma here while thread 0 reconstructs the chroma: disjoint planes.
     handoff_signal(&ctx->sync_chroma, &ctx->sync_chroma.go, &ctx->sync_chroma.cond_go);
-    ImageReconstruct(ctx, ctx->levels);
+    // The tone statistics are gathered strip by strip as the collapse
+    // finishes the rows, not in a pass of their own over the plane once it
+    // has left the cache.
+    ToneAcc stats = {};
+    reconstruct_luma(ctx, ctx->levels, &stats);
     HDR_LOG("varo_hdr: ImageReconstruct end\n");
-    // The statistics read the fused luma only, so they need not wait for the
+    // The curve reads the fused luma only, so it need not wait for the
     // chroma; the mapping is shared by rows with thread 0.
     HdrRowSplit *split = row_split(ctx);
-    tone_prepare(ctx, &split->tone, in->frame[HE_IDX].luma, in->frame[HE_IDX].chroma, W);
+    tone_prepare(ctx, &split->tone, in->frame[HE_IDX].luma, in->frame[HE_IDX].chroma, W, &stats);
     handoff_wait(&ctx->sync_chroma, &ctx->sync_chroma.done, &ctx->sync_chroma.cond_done);
 
     puts("ImageNormalize LUMA end");

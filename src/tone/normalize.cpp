@@ -52,13 +52,18 @@ HighCurve high_curve(int32_t U) {
 } // namespace
 
 void tone_prepare(HdrContext *ctx, ToneJob *job, uint8_t *out_luma, uint8_t *out_chroma,
-                  int32_t out_pitch) {
+                  int32_t out_pitch, const ToneAcc *gathered) {
     const ToneDsp &d = hdr_dsp()->tone;
     const int width = ctx->width, height = ctx->height;
     const int16_t *luma = ctx->img_laplacian_pyramid[HE_IDX][0].IY;
 
+    ToneAcc acc = {};
+    if (!gathered) {
+        d.stats(&acc, luma, ctx->row_stride[0], width & ~15, height < 0 ? 0 : height);
+        gathered = &acc;
+    }
     ToneStats st;
-    d.stats(&st, luma, ctx->row_stride[0], width & ~15, height < 0 ? 0 : height);
+    tone_stats_total(&st, gathered);
     const Spread under = mean_and_spread(st.under_count, st.under_sum, st.under_sq);
     const Spread over = mean_and_spread(st.over_count, st.over_sum, st.over_sq);
 

@@ -15,9 +15,10 @@ struct ToneJob {
     int32_t out_pitch, row_pairs; // row_pairs 0: nothing to map
 };
 
-// Statistics of the fused luma (one pass over the whole plane: its wrapping
-// partial sums are defined in that order) and the curve they choose.
+// The curve that the statistics of the fused luma choose: `gathered` holds
+// them when the caller added up every row of the plane already, else (null)
+// they are gathered here in one pass.
 void tone_prepare(HdrContext *ctx, ToneJob *job, uint8_t *out_luma, uint8_t *out_chroma,
-                  int32_t out_pitch);
+                  int32_t out_pitch, const ToneAcc *gathered = nullptr);
 // Row pairs p0 .. p1-1 of the mapping; any split gives the bytes of one call.
 void tone_map_pairs(const HdrContext *ctx, const ToneJob *job, int32_t p0, int32_t p1);

@@ -6,7 +6,7 @@ namespace {
 decl_tone_stats_fn(tone_stats_c) {
     uint32_t nu = 0, no = 0;
     uint32_t su[4] = {0, 0, 0, 0}, so[4] = {0, 0, 0, 0}, qu[4] = {0, 0, 0, 0};
-    int64_t qo = 0;
+    uint64_t qo = 0;
     for (int y = 0; y < rows; ++y) {
         const int16_t *p = luma + y * stride;
         for (int x = 0; x < width16; ++x) {
@@ -18,19 +18,18 @@ decl_tone_stats_fn(tone_stats_c) {
             } else if (v > 255) {
                 no++;
                 so[x & 3] += (uint32_t)v;
-                qo += v * v;
+                qo += (uint32_t)(v * v);
             }
         }
     }
-    st->under_count = nu;
-    st->over_count = no;
-    st->under_sum = st->under_sq = st->over_sum = 0;
+    acc->under_count += nu;
+    acc->over_count += no;
     for (int i = 0; i < 4; ++i) {
-        st->under_sum += (int32_t)su[i];
-        st->under_sq += (int32_t)qu[i];
-        st->over_sum += (int32_t)so[i];
+        acc->under_sum[i] += su[i];
+        acc->under_sq[i] += qu[i];
+        acc->over_sum[i] += so[i];
     }
-    st->over_sq = qo;
+    acc->over_sq += qo;
 }
 
 decl_tone_map_fn(tone_map_c) {

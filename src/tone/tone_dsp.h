@@ -15,8 +15,31 @@ struct ToneStats {
     int64_t over_sum, over_sq;
 };
 
-// Scans `rows` rows of `width16` values (a multiple of 16), 16 per step.
-#define decl_tone_stats_fn(name) void (name)(ToneStats *st, const int16_t *luma, ptrdiff_t stride, \
+// The raw partials behind ToneStats.  Partial i holds the columns x with
+// x mod 4 == i (blocks start at column 0), and a wrapping add is
+// associative, so rows may be added in any split and order as long as the
+// sign extension waits for tone_stats_total.
+struct ToneAcc {
+    uint32_t under_count, over_count;
+    uint32_t under_sum[4], over_sum[4], under_sq[4];
+    uint64_t over_sq; // exact: 13 M squares below 2^30 each
+};
+
+static inline void tone_stats_total(ToneStats *st, const ToneAcc *a) {
+    st->under_count = a->under_count;
+    st->over_count = a->over_count;
+    st->under_sum = st->under_sq = st->over_sum = 0;
+    for (int i = 0; i < 4; ++i) {
+        st->under_sum += (int32_t)a->under_sum[i];
+        st->under_sq += (int32_t)a->under_sq[i];
+        st->over_sum += (int32_t)a->over_sum[i];
+    }
+    st->over_sq = (int64_t)a->over_sq;
+}
+
+// Adds `rows` rows of `width16` values (a multiple of 16), 16 per step, into
+// *acc.
+#define decl_tone_stats_fn(name) void (name)(ToneAcc *acc, const int16_t *luma, ptrdiff_t stride, \
     int width16, int rows)
 typedef decl_tone_stats_fn(*tone_stats_fn);
 

@@ -1,5 +1,7 @@
 // Kernels of the output normalisation: the wrapping statistics and the tone
 // mapping with its chroma gain.
+#include <algorithm>
+
 #include "checkasm/checkasm.h"
 
 CHECKASM_TEST(tone) {
@@ -15,9 +17,17 @@ CHECKASM_TEST(tone) {
             const int lo = full ? -32768 : -300, hi = c.i == 1 ? -32768 : full ? 32767 : 600;
             CheckasmBufs b;
             const int luma = b.s16((size_t)h * stride, stride, stride, h, lo, hi, c.i == 0 ? PAT_MAX : c.i);
-            const int out = b.u8(sizeof(ToneStats), 8);
-            b.run([&](const HdrDsp &d, bool o) { d.tone.stats(b.p<ToneStats>(out, o), b.p<int16_t>(luma, o), stride, w16, h); },
-                  c.i == 0, "stats %dx%d [%d, %d]", w16, h, lo, hi);
+            // Random partials to add into; the reference scans the plane in one call, the
+            // variant in random row ranges (some empty), which must wrap to the same partials.
+            const int out = b.u8(sizeof(ToneAcc), 8);
+            std::vector<int> cut{0};
+            while (cut.back() < h) cut.push_back(std::min(h, cut.back() + checkasm_rand_range(0, h / 3 + 1)));
+            b.run([&](const HdrDsp &d, bool o) {
+                for (size_t k = 1; k < (o ? cut.size() : 2); ++k) {
+                    const int y0 = o ? cut[k - 1] : 0, y1 = o ? cut[k] : h;
+                    d.tone.stats(b.p<ToneAcc>(out, o), b.p<int16_t>(luma, o, (size_t)y0 * stride), stride, w16, y1 - y0);
+                }
+            }, c.i == 0, "stats %dx%d [%d, %d] in %d ranges", w16, h, lo, hi, (int)cut.size() - 1);
         }
     if (checkasm_check_func(opt.map != ref.map, "tone_map"))
         for (const CheckasmSize c : CheckasmSizes(4160, 3120, 8, 2)) {

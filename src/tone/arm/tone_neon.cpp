@@ -61,21 +61,22 @@ decl_tone_stats_fn(tone_stats_neon) {
         nu = vpadalq_u16(nu, cu);
         no = vpadalq_u16(no, co);
     }
-    uint32_t cnt[4], cnt2[4];
-    int32_t a[4], b[4], c[4];
-    int64_t q[2];
+    uint32_t cnt[4], cnt2[4], a[4], b[4], c[4];
+    uint64_t q[2];
     vst1q_u32(cnt, nu);
     vst1q_u32(cnt2, no);
-    vst1q_s32(a, su);
-    vst1q_s32(b, qu);
-    vst1q_s32(c, so);
-    vst1q_s64(q, qo);
-    st->under_count = cnt[0] + cnt[1] + cnt[2] + cnt[3];
-    st->over_count = cnt2[0] + cnt2[1] + cnt2[2] + cnt2[3];
-    st->under_sum = (int64_t)a[0] + a[1] + a[2] + a[3];
-    st->under_sq = (int64_t)b[0] + b[1] + b[2] + b[3];
-    st->over_sum = (int64_t)c[0] + c[1] + c[2] + c[3];
-    st->over_sq = q[0] + q[1];
+    vst1q_u32(a, vreinterpretq_u32_s32(su));
+    vst1q_u32(b, vreinterpretq_u32_s32(qu));
+    vst1q_u32(c, vreinterpretq_u32_s32(so));
+    vst1q_u64(q, vreinterpretq_u64_s64(qo));
+    acc->under_count += cnt[0] + cnt[1] + cnt[2] + cnt[3];
+    acc->over_count += cnt2[0] + cnt2[1] + cnt2[2] + cnt2[3];
+    for (int i = 0; i < 4; ++i) {
+        acc->under_sum[i] += a[i];
+        acc->under_sq[i] += b[i];
+        acc->over_sum[i] += c[i];
+    }
+    acc->over_sq += q[0] + q[1];
 }
 
 // Chroma of four pairs from their blocks' gain sums S:

@@ -112,24 +112,20 @@ decl_tone_stats_fn(tone_stats_avx2) {
         no = _mm256_add_epi32(no, _mm256_madd_epi16(co, one));
     }
     alignas(32) uint32_t a[6][8];
-    alignas(32) int64_t q64[4];
+    alignas(32) uint64_t q64[4];
     _mm256_store_si256((__m256i *)a[0], su);
     _mm256_store_si256((__m256i *)a[1], so);
     _mm256_store_si256((__m256i *)a[2], qu);
     _mm256_store_si256((__m256i *)a[3], nu);
     _mm256_store_si256((__m256i *)a[4], no);
     _mm256_store_si256((__m256i *)q64, qo);
-    uint32_t cu = 0, co = 0;
-    st->under_sum = st->under_sq = st->over_sum = 0;
-    for (int i = 0; i < 8; ++i) cu += a[3][i], co += a[4][i];
+    for (int i = 0; i < 8; ++i) acc->under_count += a[3][i], acc->over_count += a[4][i];
     for (int i = 0; i < 4; ++i) {
-        st->under_sum += (int32_t)(a[0][i] + a[0][i + 4]);
-        st->over_sum += (int32_t)(a[1][i] + a[1][i + 4]);
-        st->under_sq += (int32_t)(a[2][i] + a[2][i + 4]);
+        acc->under_sum[i] += a[0][i] + a[0][i + 4];
+        acc->over_sum[i] += a[1][i] + a[1][i + 4];
+        acc->under_sq[i] += a[2][i] + a[2][i + 4];
     }
-    st->under_count = cu;
-    st->over_count = co;
-    st->over_sq = q64[0] + q64[1] + q64[2] + q64[3];
+    acc->over_sq += q64[0] + q64[1] + q64[2] + q64[3];
 }
 
 } // namespace

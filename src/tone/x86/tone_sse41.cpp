@@ -55,15 +55,14 @@ decl_tone_stats_fn(tone_stats_sse41) {
     _mm_store_si128((__m128i *)su, a.su);
     _mm_store_si128((__m128i *)so, a.so);
     _mm_store_si128((__m128i *)qu, a.qu);
-    st->under_count = lanes_sum(a.nu);
-    st->over_count = lanes_sum(a.no);
-    st->under_sum = st->under_sq = st->over_sum = 0;
+    acc->under_count += lanes_sum(a.nu);
+    acc->over_count += lanes_sum(a.no);
     for (int i = 0; i < 4; ++i) {
-        st->under_sum += (int32_t)su[i];
-        st->under_sq += (int32_t)qu[i];
-        st->over_sum += (int32_t)so[i];
+        acc->under_sum[i] += su[i];
+        acc->under_sq[i] += qu[i];
+        acc->over_sum[i] += so[i];
     }
-    st->over_sq = _mm_cvtsi128_si64(a.qo) + _mm_extract_epi64(a.qo, 1);
+    acc->over_sq += (uint64_t)_mm_cvtsi128_si64(a.qo) + (uint64_t)_mm_extract_epi64(a.qo, 1);
 }
 
 } // namespace
