@@ -20,36 +20,16 @@ decl_residual_copy_fn(residual_copy_c) {
 }
 
 // One level: reduce g into gn and the band of g against the expanded gn,
-// strip by strip.  The reduce runs a few rows ahead of the band, so g's rows
-// are still in cache when the band reads them, and gn's when the expand
-// does.  Every pass still sees its rows in the state a whole-level pass would
-// leave them: g is padded (by the reduce) beyond the band's rows, and gn is
-// made two rows beyond the expand's, whose loads reach into the next rows.
+// strip by strip.
 static void laplacian_level(const FusionDsp &dsp, int16_t *band, uint8_t *g, ptrdiff_t pitch, uint8_t *gn,
                             ptrdiff_t pitch_n, int w, int h, uint16_t *scratch) {
     const int wn = w >> 1, hn = h >> 1, ow = (int)ceil8((unsigned)wn);
-    const ptrdiff_t ew = ceil8((unsigned)w);
-    const int step = 2 * strip_rows((size_t)ew * sizeof(uint16_t));
-    // The reduce holds at most step + 10 rows; the expand's rows follow them.
-    const size_t reduce_rows = (size_t)(h < step + 10 ? h : step + 10);
-    StripWindow<uint16_t> rwin{scratch, ow}, ewin{scratch + ((reduce_rows * ow + 31) & ~(size_t)31), ew};
-    int done = 0; // rows of gn made
-    for (int y0 = 0; y0 < h; y0 += step) {
-        const int y1 = y0 + step < h ? y0 + step : h, rows = expand_v_end(y1, h);
-        const int target = rows + 2 < hn ? rows + 2 : hn;
-        if (target > done) {
-            const int to = target < hn ? reduce_v_end(target, hn) : h; // the odd last row too, as a whole pass
-            uint16_t *next = rwin.keep_from(reduce_v_first(done));
-            dsp.image_reduce_h(next, g + rwin.end * pitch, pitch, w, to - rwin.end);
-            rwin.end = to;
-            dsp.image_reduce_v(gn, pitch_n, rwin.buf, ow, hn, done, target);
-            done = target;
-        }
-        uint16_t *next = ewin.keep_from(expand_v_first(y0));
-        dsp.image_expand_h(next, gn + ewin.end * pitch_n, pitch_n, wn, rows - ewin.end, w);
-        ewin.end = rows;
-        dsp.image_band_v(band, pitch, g, pitch, ewin.buf, w, h, y0, y1);
-    }
+    laplacian_strips(
+        scratch, ow, ceil8((unsigned)w), h, hn, [](int) {},
+        [&](uint16_t *t, int row, int n) { dsp.image_reduce_h(t, g + row * pitch, pitch, w, n); },
+        [&](const uint16_t *t, int y0, int y1) { dsp.image_reduce_v(gn, pitch_n, t, ow, hn, y0, y1); },
+        [&](uint16_t *t, int row, int n) { dsp.image_expand_h(t, gn + row * pitch_n, pitch_n, wn, n, w); },
+        [&](const uint16_t *t, int y0, int y1) { dsp.image_band_v(band, pitch, g, pitch, t, w, h, y0, y1); });
 }
 
 extern "C" VARO_HDR_API void ImageLaplacianPyramid(HdrContext *ctx, int32_t level_count,

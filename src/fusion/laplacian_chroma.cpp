@@ -17,42 +17,28 @@ struct ChromaCopy {
 } // namespace
 
 // One level: reduce g (pairs x rows) into gn and the band of g against the
-// expanded gn, strip by strip, as the luma pyramid does.  Every pass sees its
-// rows as a whole-level pass would leave them: the copy of level 0 runs a row
-// ahead of the reduce (whose loads reach into the next row, and whose pads
-// land in the row above), the reduce pads g beyond the band's rows, and gn
-// is made two rows beyond the expand's, whose loads reach into the next row.
+// expanded gn, strip by strip, as the luma pyramid does.  At level 0 the copy
+// runs a row ahead of the reduce (whose loads reach into the next row, and
+// whose pads land in the row above).
 static void chroma_level(const ChromaDsp &d, int16_t *band, int8_t *g, ptrdiff_t pitch, int8_t *gn,
                          ptrdiff_t pitch_n, int pairs, int rows, ChromaCopy *copy, int16_t *scratch) {
-    const int cpairs = pairs >> 1, crows = rows >> 1, ov = (int)ceil8(2u * (unsigned)cpairs);
-    const ptrdiff_t ev = ceil8(2u * (unsigned)pairs);
-    const int step = 2 * strip_rows((size_t)ev * sizeof(int16_t));
-    const size_t reduce_rows = (size_t)(rows < step + 10 ? rows : step + 10);
-    StripWindow<int16_t> rwin{scratch, ov}, ewin{scratch + ((reduce_rows * ov + 31) & ~(size_t)31), ev};
-    int done = 0; // rows of gn made
-    for (int y0 = 0; y0 < rows; y0 += step) {
-        const int y1 = y0 + step < rows ? y0 + step : rows, erows = expand_v_end(y1, rows);
-        const int target = erows + 2 < crows ? erows + 2 : crows;
-        if (target > done) {
-            const int to = target < crows ? reduce_v_end(target, crows) : rows; // the odd last row too
-            if (copy) {
-                // Pairs of rows, as the copy always goes; an odd last count copies one row past the plane.
-                const int need = (to + 2) & ~1, end = need < rows ? need : rows;
-                d.copy_flip(g + copy->done * pitch, pitch, copy->src + copy->done * copy->src_pitch, copy->src_pitch,
-                            2 * pairs, end - copy->done);
-                copy->done = end;
-            }
-            int16_t *next = rwin.keep_from(reduce_v_first(done));
-            d.reduce_h(next, g + rwin.end * pitch, pitch, pairs, to - rwin.end);
-            rwin.end = to;
-            d.reduce_v(gn, pitch_n, rwin.buf, 2 * cpairs, crows, done, target);
-            done = target;
-        }
-        int16_t *next = ewin.keep_from(expand_v_first(y0));
-        d.expand_h(next, gn + ewin.end * pitch_n, pitch_n, cpairs, erows - ewin.end, pairs);
-        ewin.end = erows;
-        d.expand_band(band, pitch, g, pitch, ewin.buf, 2 * pairs, rows, copy != nullptr, y0, y1);
-    }
+    const int cpairs = pairs >> 1, crows = rows >> 1;
+    laplacian_strips(
+        scratch, ceil8(2u * (unsigned)cpairs), ceil8(2u * (unsigned)pairs), rows, crows,
+        [&](int to) {
+            if (!copy) return;
+            // Pairs of rows, as the copy always goes; an odd last count copies one row past the plane.
+            const int need = (to + 2) & ~1, end = need < rows ? need : rows;
+            d.copy_flip(g + copy->done * pitch, pitch, copy->src + copy->done * copy->src_pitch, copy->src_pitch,
+                        2 * pairs, end - copy->done);
+            copy->done = end;
+        },
+        [&](int16_t *t, int row, int n) { d.reduce_h(t, g + row * pitch, pitch, pairs, n); },
+        [&](const int16_t *t, int y0, int y1) { d.reduce_v(gn, pitch_n, t, 2 * cpairs, crows, y0, y1); },
+        [&](int16_t *t, int row, int n) { d.expand_h(t, gn + row * pitch_n, pitch_n, cpairs, n, pairs); },
+        [&](const int16_t *t, int y0, int y1) {
+            d.expand_band(band, pitch, g, pitch, t, 2 * pairs, rows, copy != nullptr, y0, y1);
+        });
 }
 
 void ImageLaplacianPyramidChroma(HdrContext *ctx, int32_t src_pitch, int32_t chroma_level_arg,

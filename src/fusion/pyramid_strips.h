@@ -78,3 +78,43 @@ static inline void expand_strips(T *t, int w, int h, HPass hpass, VPass vpass) {
         vpass((const T *)t, y0, y1);
     }
 }
+
+// One level of a Laplacian pyramid, h rows, whose reduce has hn rows: the
+// band of each strip against the expanded coarser level.  The reduce runs a
+// few rows ahead of the band, so the level's rows are still in cache when the
+// band reads them, and the coarser level's when the expand does.  Every pass
+// still sees its rows in the state a whole-level pass would leave them: the
+// level is padded (by the reduce) beyond the band's rows, and the coarser
+// level is made two rows beyond the expand's, whose loads reach into the next
+// rows.  Scratch rows: ov elements for the reduce, ev for the expand.
+//   prepare(to):            source rows up to `to` must exist (before the reduce reads them)
+//   reduce_h(t, row, n):    source rows row .. row+n-1 into scratch at t
+//   reduce_v(t, y0, y1):    coarser rows y0 .. y1-1 from the scratch at t
+//   expand_h(t, row, n):    coarser rows row .. row+n-1 into scratch at t
+//   band(t, y0, y1):        band rows y0 .. y1-1 from the scratch at t
+template <class T, class Prepare, class ReduceH, class ReduceV, class ExpandH, class Band>
+static inline void laplacian_strips(T *scratch, ptrdiff_t ov, ptrdiff_t ev, int h, int hn, Prepare prepare,
+                                    ReduceH reduce_h, ReduceV reduce_v, ExpandH expand_h, Band band) {
+    const int step = 2 * strip_rows((size_t)ev * sizeof(T));
+    // The reduce holds at most step + 10 rows; the expand's rows follow them.
+    const size_t reduce_rows = (size_t)(h < step + 10 ? h : step + 10);
+    StripWindow<T> rwin{scratch, ov}, ewin{scratch + ((reduce_rows * ov + 31) & ~(size_t)31), ev};
+    int done = 0; // rows of the coarser level made
+    for (int y0 = 0; y0 < h; y0 += step) {
+        const int y1 = y0 + step < h ? y0 + step : h, rows = expand_v_end(y1, h);
+        const int target = rows + 2 < hn ? rows + 2 : hn;
+        if (target > done) {
+            const int to = target < hn ? reduce_v_end(target, hn) : h; // the odd last row too, as a whole pass
+            prepare(to);
+            T *next = rwin.keep_from(reduce_v_first(done));
+            reduce_h(next, rwin.end, to - rwin.end);
+            rwin.end = to;
+            reduce_v((const T *)rwin.buf, done, target);
+            done = target;
+        }
+        T *next = ewin.keep_from(expand_v_first(y0));
+        expand_h(next, ewin.end, rows - ewin.end);
+        ewin.end = rows;
+        band((const T *)ewin.buf, y0, y1);
+    }
+}
