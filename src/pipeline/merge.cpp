@@ -225,14 +225,14 @@ void weights_he_logged(Run &r) { HDR_LOG_AS(r.label, "varo_hdr: WeightWellExpose
     }
 FRAME_PYRAMIDS(pyramids_ae, AE_IDX)
 FRAME_PYRAMIDS(pyramids_le, LE_IDX)
-FRAME_PYRAMIDS(pyramids_he_only, HE_IDX)
+FRAME_PYRAMIDS(pyramids_of_he, HE_IDX)
 #undef FRAME_PYRAMIDS
 void pyramids_ae_logged(Run &r) { HDR_LOG_AS(r.label, "varo_hdr: AE_IDX end\n"); }
 void pyramids_le_logged(Run &r) { HDR_LOG_AS(r.label, "varo_hdr: LE_IDX end\n"); }
 // Thread 1 logs before its last hand-off rather than after it, so that
 // nothing but its exit runs once the caller may have returned.
 void pyramids_he(Run &r) {
-    pyramids_he_only(r);
+    pyramids_of_he(r);
     HDR_LOG_AS(r.label, "varo_hdr: HE_IDX end\n");
 }
 
@@ -288,35 +288,56 @@ struct Phase {
     HdrHandoff *(*ends_with)(HdrContext *);
     Share caller, thread0, thread1;
     // Read by a worker once released: true lets it through without work or flag.
-    bool (*workers_pass)(const HdrContext *);
-    bool gate;
+    bool (*workers_pass)(const HdrContext *) = nullptr;
+    bool gate = false;
 };
 
 enum PhaseId { BITMAPS, OFFSETS, MOTION, GATE, WEIGHTS, PYRAMIDS, COLLAPSE, TONE, PHASE_COUNT };
 
+// Shares as {before, work, after}.  ImageRegistration runs the calling
+// thread's bitmaps and offsets, hdrThreeFrameCore its motion and gate,
+// ExposureFusion the rest; the workers run theirs from the top.
 const Phase kPhases[PHASE_COUNT] = {
-    //  calling thread: before, work, after   thread 0: -, work, after          thread 1: -, work, after
+    // Registration bitmaps: HE here, LE on thread 0, AE on thread 1.
     {"bitmaps", bitmap_group,
-     {nullptr, bitmaps_he, bitmaps_logged_2}, {nullptr, bitmaps_le, bitmaps_logged_0},
-     {nullptr, bitmaps_ae, bitmaps_logged_1}, nullptr, false},
+     /* caller   */ {nullptr, bitmaps_he, bitmaps_logged_2},
+     /* thread 0 */ {nullptr, bitmaps_le, bitmaps_logged_0},
+     /* thread 1 */ {nullptr, bitmaps_ae, bitmaps_logged_1}},
+    // Offset searches: LE against AE here, HE against AE on thread 0.
     {"offsets", offset_group,
-     {nullptr, offset_le, offset_le_logged}, {nullptr, offset_he, offset_he_logged},
-     {}, nullptr, false},
+     /* caller   */ {nullptr, offset_le, offset_le_logged},
+     /* thread 0 */ {nullptr, offset_he, offset_he_logged},
+     /* thread 1 */ {}},
+    // Motion, a third of the rows each; the calling thread decides the veto.
     {"motion", rows_group,
-     {motion_setup, motion_share, motion_decided}, {nullptr, motion_share, nullptr},
-     {nullptr, motion_share, nullptr}, motion_passed, false},
+     /* caller   */ {motion_setup, motion_share, motion_decided},
+     /* thread 0 */ {nullptr, motion_share, nullptr},
+     /* thread 1 */ {nullptr, motion_share, nullptr}, motion_passed},
+    // Gate: fusion_skip lets the workers go on or sends them away.
     {"gate", motion_group,
-     {gate_set, nullptr, gate_fallback}, {}, {}, nullptr, true},
+     /* caller   */ {gate_set, nullptr, gate_fallback},
+     /* thread 0 */ {},
+     /* thread 1 */ {}, nullptr, true},
+    // Level-0 weights of all three frames, a third of the rows each.
     {"weights", weight_group,
-     {weights_started, weights_share, weights_done}, {nullptr, weights_share, weights_le_logged},
-     {nullptr, weights_share, weights_he_logged}, nullptr, false},
+     /* caller   */ {weights_started, weights_share, weights_done},
+     /* thread 0 */ {nullptr, weights_share, weights_le_logged},
+     /* thread 1 */ {nullptr, weights_share, weights_he_logged}},
+    // Pyramids: AE here, LE on thread 0, HE on thread 1 (its last hand-off).
     {"pyramids", pyramid_group,
-     {nullptr, pyramids_ae, pyramids_ae_logged}, {nullptr, pyramids_le, pyramids_le_logged},
-     {nullptr, pyramids_he, nullptr}, nullptr, false},
+     /* caller   */ {nullptr, pyramids_ae, pyramids_ae_logged},
+     /* thread 0 */ {nullptr, pyramids_le, pyramids_le_logged},
+     /* thread 1 */ {nullptr, pyramids_he, nullptr}},
+    // Blend and collapse: luma (and the tone curve) here, chroma on thread 0.
     {"collapse", chroma_group,
-     {nullptr, collapse_luma, nullptr}, {nullptr, collapse_chroma, nullptr}, {}, nullptr, false},
+     /* caller   */ {nullptr, collapse_luma, nullptr},
+     /* thread 0 */ {nullptr, collapse_chroma, nullptr},
+     /* thread 1 */ {}},
+    // Tone map: upper half here, lower half on thread 0 (its last hand-off).
     {"tone", tone_group,
-     {tone_announced, tone_share, tone_logged}, {nullptr, tone_share, nullptr}, {}, nullptr, false},
+     /* caller   */ {tone_announced, tone_share, tone_logged},
+     /* thread 0 */ {nullptr, tone_share, nullptr},
+     /* thread 1 */ {}},
 };
 
 // The calling thread's part of phases first .. last; false when it ended the merge.
@@ -327,9 +348,8 @@ bool run_caller(Run &r, int first, int last) {
         HdrHandoff *g = p.ends_with(r.ctx);
         handoff_release(g, &g->go, &g->cond_go);
         if (p.caller.work) p.caller.work(r);
-        if (p.gate) {
-            // the workers report at the gate only when they leave (gate_fallback)
-        } else if (p.thread0.work && p.thread1.work) {
+        // At the gate the workers report only when they leave (gate_fallback).
+        if (p.thread0.work && p.thread1.work) {
             handoff_wait2(g, &g->le_done, &g->he_done, &g->cond_done);
         } else if (p.thread0.work || p.thread1.work) {
             handoff_wait(g, p.thread0.work ? &g->le_done : &g->he_done, &g->cond_done);
