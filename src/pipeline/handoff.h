@@ -9,7 +9,7 @@
 
 // The hand-off groups' mutexes and conditions (default attributes), once per
 // context at creation, and their release at destruction: the six public
-// ones and the row-split ones behind the record.
+// ones and the two kept behind the record (merge_state.h).
 void handoff_create_groups(HdrContext *ctx);
 void handoff_destroy_groups(HdrContext *ctx);
 // Every group's flags to 0, at the start of every merge.

@@ -43,11 +43,11 @@ namespace {
 struct Run {
     HdrContext *ctx;
     HdrInput *in;
-    int share;         // 0 calling thread, 1 thread 0, 2 thread 1
-    const char *label; // the function that its log lines name
-    bool stop = false;     // the calling thread ends the merge after this phase
-    HdrOffset he = {};     // thread 0: its offset, logged after the hand-off
-    int64_t stage_ms = 0;  // calling thread: the measured stage's start
+    int share;            // 0 calling thread, 1 thread 0, 2 thread 1
+    const char *label;    // the function that its log lines name
+    bool stop = false;    // the calling thread ends the merge after this phase
+    HdrOffset he = {};    // thread 0: its offset, logged after the hand-off
+    int64_t stage_ms = 0; // calling thread: the measured stage's start
     int64_t stage_us = 0;
     int veto = 0;
     ToneAcc stats = {};
