@@ -4,10 +4,10 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "api/merge_status.h"
 #include "api/pool.h"
 #include "common/log.h"
 #include "pipeline/handoff.h"
+#include "pipeline/merge_state.h"
 #include "varo_hdr.h"
 
 namespace {
@@ -105,7 +105,7 @@ void release_blocks(HdrContext *ctx) {
 
 extern "C" VARO_HDR_API int hdrCreateContext(HdrContext **out) {
     HDR_LOG_BEGIN();
-    // The merge status sits behind the public record (see merge_status.h).
+    // The merge's own state sits behind the public record (pipeline/merge_state.h).
     void *raw = malloc(sizeof(HdrContextBlock) + 128);
     if (!raw) {
         puts("hrd_creat malloc failed 0");

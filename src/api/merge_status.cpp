@@ -1,27 +1,11 @@
 // The merge status and version entry points.
-#include "api/merge_status.h"
+#include "pipeline/merge_state.h"
 
 #include <string.h>
 
-void status_finish(HdrContext *ctx, const HdrInput *in, int result, HdrMergeOutcome outcome,
-                   HdrFallbackReason reason, int64_t call_start_us) {
-    HdrMergeStatus *s = merge_status(ctx);
-    s->result = result;
-    s->outcome = outcome;
-    s->reason = reason;
-    if (outcome == HDR_OUTCOME_MERGED || outcome == HDR_OUTCOME_MERGED_GHOST ||
-        outcome == HDR_OUTCOME_FALLBACK) {
-        s->out_x = in->out_x;
-        s->out_y = in->out_y;
-        s->out_width = in->out_width;
-        s->out_height = in->out_height;
-    }
-    s->total_us = status_now_us() - call_start_us;
-}
-
 extern "C" VARO_HDR_API int hdrGetMergeStatus(const HdrContext *ctx, HdrMergeStatus *out) {
     if (!ctx || !out || out->struct_size < 8) return VARO_HDR_ERR_INVALID;
-    HdrMergeStatus s = reinterpret_cast<const HdrContextBlock *>(ctx)->status;
+    HdrMergeStatus s = merge_state(ctx)->status;
     s.struct_size = out->struct_size < sizeof s ? out->struct_size : (uint32_t)sizeof s;
     memcpy(out, &s, s.struct_size);
     return VARO_HDR_OK;

@@ -1,5 +1,7 @@
-// The pieces of MotionMask, for a merge that shares its rows between threads.
+// The pieces of MotionMask and of the plain copies that replace it when no
+// frame needs ghost masks, for a merge that shares its rows between threads.
 #pragma once
+#include <stddef.h>
 #include <stdint.h>
 
 #include "ghost/ghost_dsp.h"
@@ -15,3 +17,9 @@ uint32_t motion_rows(HdrContext *ctx, const HdrInput *in, const MotionRules *rul
 inline int motion_veto(const MotionRules *rules, uint32_t counted) {
     return rules->he_rule == MOTION_HE_LONG && counted > 840000u ? 1 : 0;
 }
+
+// Bytes begin .. end-1 of the three masks (in the input's size) set to 1.
+void motion_mask_fill(HdrContext *ctx, size_t begin, size_t end);
+// Without ghost masks: frame f's input rows r0 .. r1-1 from its crop origin
+// into its pyramid base, `last` for the share that ends the plane.
+void copy_base_rows(HdrContext *ctx, int f, size_t r0, size_t r1, bool last);

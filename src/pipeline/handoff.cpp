@@ -1,8 +1,6 @@
 #include "pipeline/handoff.h"
 
-#include <sys/time.h>
-
-#include "api/merge_status.h"
+#include "pipeline/merge_state.h"
 
 namespace {
 
@@ -14,7 +12,7 @@ struct Groups {
     HdrHandoff **end() { return g + 8; }
 };
 Groups groups(HdrContext *ctx) {
-    HdrRowSplit *s = row_split(ctx);
+    MergeState *s = merge_state(ctx);
     return {{&ctx->sync_bitmap, &ctx->sync_weight, &ctx->sync_pyramid, &ctx->sync_chroma,
              &ctx->sync_offset, &ctx->sync_motion, &s->sync_rows, &s->sync_tone}};
 }
@@ -69,38 +67,14 @@ void handoff_release(HdrHandoff *g, int32_t *flag, pthread_cond_t *cond) {
     pthread_mutex_unlock(&g->mutex);
 }
 
-int32_t handoff_wait_motion(HdrContext *ctx, int32_t *ack) {
-    HdrHandoff *g = &ctx->sync_motion;
+int32_t handoff_wait_gate(HdrHandoff *g, const int32_t *skip, int32_t *ack) {
     pthread_mutex_lock(&g->mutex);
     while (!g->go) pthread_cond_wait(&g->cond_go, &g->mutex);
-    int32_t skip = ctx->fusion_skip;
-    if (skip) {
+    const int32_t left = *skip;
+    if (left) {
         *ack = 1;
         pthread_cond_signal(&g->cond_done);
     }
     pthread_mutex_unlock(&g->mutex);
-    return skip;
-}
-
-void handoff_wait_workers_left(HdrContext *ctx) {
-    HdrHandoff *g = &ctx->sync_motion;
-    handoff_wait2(g, &g->le_done, &g->he_done, &g->cond_done);
-}
-
-int64_t hdr_stage_start(int64_t *start) {
-    const int64_t now = hdr_now_ms();
-    hdr_counter_set(start, now);
-    return now;
-}
-
-void hdr_stage_end(int64_t *end, int64_t *total, int64_t started) {
-    const int64_t now = hdr_now_ms();
-    hdr_counter_set(end, now);
-    hdr_counter_set(total, now - started);
-}
-
-int64_t hdr_now_ms() {
-    struct timeval tv;
-    gettimeofday(&tv, nullptr);
-    return (int64_t)tv.tv_sec * 1000 + tv.tv_usec / 1000;
+    return left;
 }

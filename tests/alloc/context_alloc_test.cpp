@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "alloc/alloc_hook.h"
-#include "api/merge_status.h"
+#include "pipeline/merge_state.h"
 #include "varo_hdr.h"
 
 namespace {

@@ -129,6 +129,36 @@ TEST(Merge, LogLinesCountersAndStdout) {
     for (const char *line : {"OffsetCalc 0 end, 3, -2\n", "OffsetCalc 2 end, -5, 4\n", "varo_hdr: HE_IDX end\n",
                              "offset HE (8, 0), LE (0, 6), AE (5, 2), size (392, 248), level 7\n"})
         EXPECT_EQ(log.count(line), 1) << line;
+    // Each thread's progress lines, in its order, under the function that runs its part.
+    const std::string pyr[] = {"varo_hdr: WeightGaussPyramid ", "varo_hdr: ImageLaplacianPyramid ",
+                               "varo_hdr: ImageLaplacianPyramidChroma "};
+    auto pyramids = [&](const std::string &f) {
+        std::vector<std::string> v;
+        for (const std::string &p : pyr) v.insert(v.end(), {p + f + " start\n", p + f + " end\n"});
+        return v;
+    };
+    auto join = [](std::vector<std::string> a, const std::vector<std::string> &b, std::vector<std::string> c) {
+        a.insert(a.end(), b.begin(), b.end());
+        a.insert(a.end(), c.begin(), c.end());
+        return a;
+    };
+    const std::pair<std::string, std::vector<std::string>> threads[] = {
+        {"ImageRegistration", {"BitmapCalc 2 end\n", "OffsetCalc 2 end, -5, 4\n"}},
+        {"FusionThreadFunc0", join({"BitmapCalc 0 end\n", "OffsetCalc 0 end, 3, -2\n",
+                                    "varo_hdr: WeightWellExposed LE_IDX end\n"},
+                                   pyramids("LE_IDX"), {"varo_hdr: LE_IDX end\n", "ImageReconstructChroma Chroma end\n"})},
+        {"FusionThreadFunc1", join({"BitmapCalc 1 end\n", "varo_hdr: WeightWellExposed HE_IDX end\n"},
+                                   pyramids("HE_IDX"), {"varo_hdr: HE_IDX end\n"})},
+        {"ExposureFusion", join({"varo_hdr: WeightWellExposed AE_IDX end\n", "normalize weighting done!\n"},
+                                pyramids("AE_IDX"), {"varo_hdr: AE_IDX end\n", "varo_hdr: ImageReconstruct end\n",
+                                                     "varo_hdr: ImageNormalize end\n"})},
+    };
+    for (const auto &t : threads) {
+        std::vector<std::string> got;
+        for (const LoggedLine &l : log.lines())
+            if (l.func == t.first) got.push_back(l.text);
+        EXPECT_EQ(got, t.second) << t.first;
+    }
     bool mode = false;
     for (const LoggedLine &l : log.lines())
         mode |= l.func == "hdrThreeFrameCore" &&

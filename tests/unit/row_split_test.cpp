@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include "api/merge_status.h"
+#include "fusion/weight_rows.h"
 #include "ghost/motion_mask.h"
 #include "synthetic_bracket.h"
 #include "unit/test_support.h"
@@ -20,8 +20,8 @@ TEST(RowSplit, SharesOutOfOrderMatchTheSinglePass) {
         for (int f = 0; f < 3; ++f) ctx->aligned[f].luma = in.frame[f].luma + crop[f];
         for (bool ghost : {false, true}) {
             ctx->le_flag = ctx->he_flag = ghost;
-            row_split(ctx)->motion_job = ghost ? SPLIT_MOTION_GHOST : SPLIT_MOTION_COPY;
-            if (ghost) motion_rules(&row_split(ctx)->rules, ctx, &in);
+            MotionRules rules;
+            if (ghost) motion_rules(&rules, ctx, &in);
             std::vector<uint8_t> got[2];
             for (int split = 0; split < 2; ++split) {
                 for (int f = 0; f < 3; ++f) {
@@ -32,8 +32,15 @@ TEST(RowSplit, SharesOutOfOrderMatchTheSinglePass) {
                                std::min(W, W * H - crop[f] - r * W));
                 }
                 if (split) {
-                    for (int part : {2, 0, 1}) motion_share(ctx, part);
-                    for (int part : {1, 2, 0}) weight_share(ctx, part);
+                    // thirds as the merge's shares: masks, rows, weights
+                    const size_t filled = ghost ? 16 * h : 0, bytes = W * H - filled;
+                    for (int part : {2, 0, 1}) {
+                        motion_mask_fill(ctx, filled + bytes * part / 3, filled + bytes * (part + 1) / 3);
+                        const int n = ghost ? h : H, r0 = n * part / 3, r1 = n * (part + 1) / 3;
+                        if (ghost) motion_rows(ctx, &in, &rules, r0, r1);
+                        for (int f = 0; !ghost && f < 3; ++f) copy_base_rows(ctx, f, r0, r1, part == 2);
+                    }
+                    for (int part : {1, 2, 0}) weight_rows(ctx, h * part / 3, h * (part + 1) / 3);
                 } else {
                     if (ghost) MotionMask(ctx, &in);
                     for (int f = 0; f < 3; ++f) WeightWellExposed(ctx, f);
