@@ -240,10 +240,12 @@ def test_contexts_on_threads_match_serial(ctx, bracket):
     # Each thread its own context and its own crop of the scene.
     jobs = [small(bracket, 256 + 64 * i, 192 + 32 * i) for i in range(3)]
     serial = [ctx.merge(*j, bracket.exposures).frame for j in jobs]
-    results, errors = [[] for _ in jobs], []
+    results, errors, loaded = [[] for _ in jobs], [], []
 
     def run(i):
         try:
+            # Loading runs in parallel too (the GIL is released there as well).
+            loaded.append(all(np.array_equal(a, b) for a, b in zip(varo_hdr.load_bracket().frames, bracket.frames)))
             with varo_hdr.Context() as c:
                 for _ in range(4):
                     results[i].append(c.merge(*jobs[i], bracket.exposures).frame)
@@ -255,7 +257,7 @@ def test_contexts_on_threads_match_serial(ctx, bracket):
         t.start()
     for t in threads:
         t.join()
-    assert not errors
+    assert not errors and loaded == [True] * len(jobs)
     for i, ref in enumerate(serial):
         assert len(results[i]) == 4 and all(np.array_equal(r, ref) for r in results[i])
 

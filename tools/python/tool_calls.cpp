@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+#include <mutex>
+
 #include "imageio.h"
 #include "merge_support.h"
 
@@ -35,7 +37,12 @@ bool load_bracket(const BracketRequest &req, LoadedBracket *out, std::string *er
     for (const std::string &a : args) argv.push_back(a.c_str());
 
     varo_merge::Options opt;
-    if (!varo_merge::parse_args((int)argv.size(), argv.data(), &opt, err)) return false;
+    {
+        // getopt keeps its state in globals; the loading itself runs in parallel.
+        static std::mutex getopt_state;
+        std::lock_guard<std::mutex> lock(getopt_state);
+        if (!varo_merge::parse_args((int)argv.size(), argv.data(), &opt, err)) return false;
+    }
     varo_merge::Inputs in;
     if (!varo_merge::load_inputs(opt, &in, err)) return false;
     varo_merge::Frames frames;

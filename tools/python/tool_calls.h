@@ -41,8 +41,7 @@ struct LoadedBracket {
     double decode_ms = 0;
 };
 
-// Not thread-safe against itself (the tool's argument parser keeps global
-// state): callers serialise it.
+// Safe to call from several threads at once.
 bool load_bracket(const BracketRequest &req, LoadedBracket *out, std::string *err);
 
 // --exposure-units text ("16,1,4", "1/30,1/250,1/125", "0.5,0.03,0.12") to

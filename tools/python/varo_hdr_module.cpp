@@ -6,7 +6,6 @@
 #include <string.h>
 
 #include <atomic>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -461,8 +460,6 @@ struct Bracket {
     varo_py::LoadedBracket info; // its nv12[] moved out into frame[]
 };
 
-std::mutex g_load_mutex; // the tool's argument parser keeps global state
-
 std::string fspath(const py::handle &p) {
     const py::object s = py::module_::import("os").attr("fspath")(p);
     if (!py::isinstance<py::str>(s)) value_error("paths must be str or os.PathLike of str");
@@ -518,7 +515,6 @@ Bracket load_bracket(const py::object &source, const py::object &he, const py::o
     bool ok;
     {
         py::gil_scoped_release unlocked;
-        std::lock_guard<std::mutex> lock(g_load_mutex);
         ok = varo_py::load_bracket(req, &b.info, &err);
     }
     if (!ok) value_error(err);
