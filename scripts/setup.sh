@@ -1,15 +1,19 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a profile needs, only those that are missing.
 #   scripts/setup.sh run    native build and the merge tool
-#   scripts/setup.sh test   everything: tests, cross toolchains, qemu, benchmarks, clang (fuzzing)
+#   scripts/setup.sh python the above and the Python module (pybind11, Debian's numpy)
+#   scripts/setup.sh test   everything: tests (pytest too), cross toolchains, qemu, benchmarks, clang (fuzzing)
 set -euo pipefail
 profile=${1:-test}
 
-# The merge tool's image libraries are needed by both profiles.
+# The merge tool's image libraries are needed by every profile.
 pkgs=(g++ cmake ninja-build pkg-config libpng-dev libjpeg62-turbo-dev libtiff-dev libexif-dev
       libyuv-dev nlohmann-json3-dev)
+if [ "$profile" = python ] || [ "$profile" = test ]; then
+  pkgs+=(pybind11-dev python3-dev python3-numpy)
+fi
 if [ "$profile" = test ]; then
-  pkgs+=(googletest libsimde-dev libbenchmark-dev
+  pkgs+=(python3-pytest googletest libsimde-dev libbenchmark-dev
          g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
          clang libclang-rt-14-dev)
 fi
